@@ -1,0 +1,25 @@
+# Installs the library, its headers, a CMake package and a pkg-config file.
+include(CMakePackageConfigHelpers)
+
+install(TARGETS orvante EXPORT orvanteTargets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/orvante DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(EXPORT orvanteTargets
+  NAMESPACE orvante::
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/orvante)
+
+configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/orvanteConfig.cmake.in
+  ${PROJECT_BINARY_DIR}/orvanteConfig.cmake
+  INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/orvante)
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/orvanteConfigVersion.cmake
+  COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/orvanteConfig.cmake ${PROJECT_BINARY_DIR}/orvanteConfigVersion.cmake
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/orvante)
+
+# The pkg-config file finds its prefix from its own place, so the
+# installed tree can be moved.
+file(RELATIVE_PATH ORVANTE_PC_TO_PREFIX ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+configure_file(${PROJECT_SOURCE_DIR}/cmake/orvante.pc.in ${PROJECT_BINARY_DIR}/orvante.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/orvante.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

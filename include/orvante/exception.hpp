@@ -1,0 +1,22 @@
+#pragma once
+// The named exception raised by the session's connection guard.
+
+#include <stdexcept>
+#include <string>
+
+namespace orvante {
+
+class Exception : public std::runtime_error {
+ public:
+  Exception(std::string name, std::string reason)
+      : std::runtime_error(name + ": " + reason), name_(std::move(name)), reason_(std::move(reason)) {}
+
+  const std::string& name() const noexcept { return name_; }
+  const std::string& reason() const noexcept { return reason_; }
+
+ private:
+  std::string name_;
+  std::string reason_;
+};
+
+}  // namespace orvante

@@ -1,0 +1,53 @@
+#pragma once
+// A session field shared between the caller's thread and the library's
+// event threads: every read copies the value and every write replaces it
+// under a private mutex that is never held across I/O.
+
+#include <mutex>
+#include <utility>
+
+namespace orvante {
+
+template <class T>
+class Field {
+ public:
+  Field() = default;
+  explicit Field(T value) : value_(std::move(value)) {}
+  Field(const Field&) = delete;
+  Field& operator=(const Field&) = delete;
+
+  T load() const {
+    std::lock_guard lock(mutex_);
+    return value_;
+  }
+
+  // A field that is also a published property reads like its getter.
+  T operator()() const { return load(); }
+
+  // The old value is released after the lock is left, since releasing a
+  // stream may close it.
+  void store(T value) { T old = exchange(std::move(value)); }
+
+  Field& operator=(T value) {
+    store(std::move(value));
+    return *this;
+  }
+
+  T exchange(T value) {
+    std::lock_guard lock(mutex_);
+    return std::exchange(value_, std::move(value));
+  }
+
+  // Runs f on the value in place, under the lock; f must not block.
+  template <class F>
+  decltype(auto) with(F&& f) {
+    std::lock_guard lock(mutex_);
+    return std::forward<F>(f)(value_);
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  T value_{};
+};
+
+}  // namespace orvante

@@ -1,0 +1,12 @@
+#pragma once
+// Everything public of orvante.
+
+#include <orvante/ble_globals.hpp>
+#include <orvante/bytes.hpp>
+#include <orvante/exception.hpp>
+#include <orvante/field.hpp>
+#include <orvante/log.hpp>
+#include <orvante/platform/platform.hpp>
+#include <orvante/session.hpp>
+#include <orvante/value.hpp>
+#include <orvante/version.hpp>

@@ -1,0 +1,90 @@
+#pragma once
+// Internal state of a session that is not part of its published fields.
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include <orvante/session.hpp>
+
+#include "delegates.hpp"
+
+struct ORVANTESDK::Internals {
+  Internals(ORVANTESDK& session, orvante::Platform services)
+      : platform(std::move(services)), delegates(session) {}
+
+  orvante::Platform platform;
+  // What the session registers as the delegate of its streams and its BLE
+  // central and peripheral.
+  SessionDelegates delegates;
+
+  // Operations waiting for a reply claim the incoming bytes; the event
+  // handler reads only while no claim is held, and checks under this gate.
+  std::mutex replyGate;
+  int replyClaims = 0;
+
+  // Streams replaced by a new open without being closed: they stay open, as
+  // the published behaviour says, until the session goes.
+  std::mutex abandonedMutex;
+  std::vector<orvante::StreamPair> abandoned;
+
+  // Threads the session starts (openport's opener, asynchronous accessory
+  // writes). Finished ones are joined when the next starts; the rest when
+  // the session goes.
+  struct Worker {
+    std::thread thread;
+    std::shared_ptr<std::atomic<bool>> done;
+  };
+  std::mutex threadsMutex;
+  std::vector<Worker> threads;
+
+  template <class F>
+  void startThread(F&& body) {
+    auto done = std::make_shared<std::atomic<bool>>(false);
+    std::lock_guard lock(threadsMutex);
+    std::erase_if(threads, [](Worker& worker) {
+      if (!*worker.done) return false;
+      worker.thread.join();
+      return true;
+    });
+    threads.push_back({std::thread([body = std::forward<F>(body), done] {
+                         body();
+                         *done = true;
+                       }),
+                       done});
+  }
+
+  void joinThreads() {
+    std::vector<Worker> finishing;
+    {
+      std::lock_guard lock(threadsMutex);
+      finishing.swap(threads);
+    }
+    for (auto& worker : finishing) worker.thread.join();
+  }
+
+  // Held by an operation from just before it sends a query until it has
+  // read the reply.
+  class ReplyClaim {
+   public:
+    explicit ReplyClaim(Internals& internals) : internals_(internals) {
+      std::lock_guard lock(internals_.replyGate);
+      ++internals_.replyClaims;
+    }
+    ~ReplyClaim() {
+      std::lock_guard lock(internals_.replyGate);
+      --internals_.replyClaims;
+    }
+    ReplyClaim(const ReplyClaim&) = delete;
+    ReplyClaim& operator=(const ReplyClaim&) = delete;
+
+   private:
+    Internals& internals_;
+  };
+
+  // Set while the session is being destroyed: loops that would otherwise
+  // wait for ever give up.
+  std::atomic<bool> destroying{false};
+};

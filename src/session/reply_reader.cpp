@@ -1,0 +1,102 @@
+// Reply reading and the stream events of the TCP and accessory links.
+
+#include <orvante/log.hpp>
+#include <orvante/session.hpp>
+
+#include "internals.hpp"
+
+using orvante::Bytes;
+
+namespace {
+
+constexpr double kReadPause = 0.4;
+constexpr std::size_t kReadBlock = 512;
+
+}  // namespace
+
+orvante::Bytes orvante::ReadStreamMember::operator()() { return session_.readReply(); }
+
+std::shared_ptr<orvante::InputStream> ORVANTESDK::replySource() {
+  if (EthernetPortEnable == 1) return iStream.load();
+  if (MFI_port == 1) {
+    auto accessorySession = session.load();
+    return accessorySession ? accessorySession->inputStream() : nullptr;
+  }
+  return nullptr;
+}
+
+// A reply is complete when one read pause passes with no byte waiting.
+Bytes ORVANTESDK::readReply() {
+  _readData = Bytes{};
+  const bool linked = EthernetPortEnable == 1 || MFI_port == 1;
+  if (linked) {
+    const auto source = replySource();
+    while (source) {
+      pause(kReadPause);
+      if (!source->hasBytesAvailable()) break;
+      std::uint8_t block[kReadBlock];
+      const auto count = source->read(block, kReadBlock);
+      if (count < 0) break;
+      _readData.with([&](std::optional<Bytes>& data) {
+        if (!data) data.emplace();
+        data->insert(data->end(), block, block + count);
+      });
+    }
+    receivejudge = 0;
+  }
+  return _readData.load().value_or(Bytes{});
+}
+
+// The event handler's read: bytes that arrive while no operation waits for
+// a reply are read and dropped. It stops as soon as an operation claims the
+// link, so a reply always belongs to the operation waiting for it.
+void ORVANTESDK::drainUnclaimedReply() {
+  const auto source = replySource();
+  Bytes drained;
+  bool claimed = false;
+  while (source) {
+    pause(kReadPause);
+    std::lock_guard gate(internals_->replyGate);
+    if (internals_->replyClaims > 0) {
+      claimed = true;
+      break;
+    }
+    if (!source->hasBytesAvailable()) break;
+    std::uint8_t block[kReadBlock];
+    const auto count = source->read(block, kReadBlock);
+    if (count < 0) break;
+    drained.insert(drained.end(), block, block + count);
+  }
+  if (!claimed) {
+    _readData = std::move(drained);
+    receivejudge = 0;
+  }
+}
+
+void ORVANTESDK::stream(orvante::Stream* stream, std::uint64_t eventCode) {
+  switch (eventCode) {
+    case orvante::stream_event::OpenCompleted:
+      orvante::log("NSStreamEventOpenCompleted");
+      error = 0;
+      break;
+    case orvante::stream_event::HasBytesAvailable:
+      orvante::log("NSStreamEventHasBytesAvailable");
+      receivejudge = 1;
+      if (EthernetPortEnable == 1 || MFI_port == 1) drainUnclaimedReply();
+      break;
+    case orvante::stream_event::HasSpaceAvailable:
+      orvante::log("NSStreamEventHasSpaceAvailable");
+      isAvailable = true;
+      break;
+    case orvante::stream_event::ErrorOccurred:
+      orvante::log("NSStreamEventErrorOccurred");
+      EthernetPortEnable = 0;
+      error = 1;
+      if (stream) (void)stream->streamError();
+      if (auto output = oStream.load()) output->close();
+      if (auto input = iStream.load()) input->close();
+      break;
+    default:
+      break;
+  }
+}

@@ -1,0 +1,140 @@
+// The session object: construction, destruction, link status, the
+// connection guard, the version notice and the write dispatcher.
+
+#include <orvante/exception.hpp>
+#include <orvante/log.hpp>
+#include <orvante/session.hpp>
+
+#include "internals.hpp"
+#include "notice.hpp"
+
+using orvante::ByteView;
+using orvante::Bytes;
+
+namespace {
+
+// Missing services fall back to the system's, so a test can replace one seam.
+orvante::Platform complete(orvante::Platform platform) {
+  if (!platform.clock || !platform.streams || !platform.accessories || !platform.ble) {
+    const auto system = orvante::Platform::system();
+    if (!platform.clock) platform.clock = system.clock;
+    if (!platform.streams) platform.streams = system.streams;
+    if (!platform.accessories) platform.accessories = system.accessories;
+    if (!platform.ble) platform.ble = system.ble;
+  }
+  return platform;
+}
+
+}  // namespace
+
+ORVANTESDK::ORVANTESDK() : ORVANTESDK(orvante::Platform::system()) {}
+
+ORVANTESDK::ORVANTESDK(orvante::Platform platform)
+    : internals_(std::make_unique<Internals>(*this, complete(std::move(platform)))) {
+  CM = internals_->platform.ble->makeCentral(internals_->delegates, "myCentralQueue");
+  pause(1.0);
+}
+
+ORVANTESDK::~ORVANTESDK() {
+  closeport();
+  detachEverything();
+}
+
+// After this no thread of the library calls into the session again.
+void ORVANTESDK::detachEverything() {
+  internals_->destroying = true;
+  if (auto central = CM.load()) central->setDelegate(nullptr);
+  if (auto peripheral = connectPeripheral.load()) peripheral->setDelegate(nullptr);
+
+  auto release = [](const std::shared_ptr<orvante::Stream>& stream) {
+    if (!stream) return;
+    stream->setDelegate(nullptr);
+    stream->close();
+  };
+  release(iStream.exchange(nullptr));
+  release(oStream.exchange(nullptr));
+  release(readStream.exchange(nullptr));
+  release(writeStream.exchange(nullptr));
+  if (auto accessorySession = session.exchange(nullptr)) {
+    release(accessorySession->inputStream());
+    release(accessorySession->outputStream());
+  }
+  std::vector<orvante::StreamPair> abandoned;
+  {
+    std::lock_guard lock(internals_->abandonedMutex);
+    abandoned.swap(internals_->abandoned);
+  }
+  for (auto& pair : abandoned) {
+    release(pair.input);
+    release(pair.output);
+  }
+
+  internals_->joinThreads();
+}
+
+const orvante::Platform& ORVANTESDK::platform() const { return internals_->platform; }
+
+void ORVANTESDK::pause(double seconds) { internals_->platform.clock->sleepFor(seconds); }
+
+void ORVANTESDK::keepAbandoned(orvante::StreamPair streams) {
+  if (!streams.input && !streams.output) return;
+  std::lock_guard lock(internals_->abandonedMutex);
+  internals_->abandoned.push_back(std::move(streams));
+}
+
+std::shared_ptr<orvante::OutputStream> ORVANTESDK::accessoryOutput() {
+  auto accessorySession = session.load();
+  return accessorySession ? accessorySession->outputStream() : nullptr;
+}
+
+std::int32_t ORVANTESDK::stream_status() {
+  if (EthernetPortEnable == 1) {
+    auto output = oStream.load();
+    if (!output) return -1;
+    return static_cast<std::int32_t>(output->streamStatus());
+  }
+  if (MFI_port == 1) {
+    auto output = accessoryOutput();
+    if (!output) return -1;
+    return static_cast<std::int32_t>(output->streamStatus());
+  }
+  if (BLEPortEnable == 1) {
+    auto central = CM.load();
+    const auto state = central ? central->state() : orvante::ble::CentralState::Unknown;
+    if (state == orvante::ble::CentralState::PoweredOn) return 2;
+    if (state == orvante::ble::CentralState::PoweredOff) return 0;
+  }
+  return -1;
+}
+
+void ORVANTESDK::_checkIfConnecting() {
+  if (oStream.load() && iStream.load()) return;
+  throw orvante::Exception("NoConnectionException", "Connection isn't estabilshed.");
+}
+
+void ORVANTESDK::about() { orvante::showNotice({"Version", "1.0A", "OK"}); }
+
+void ORVANTESDK::timeout(const orvante::Value&) {
+  about();
+  orvante::log("time out");
+}
+
+void ORVANTESDK::thread_operation(ByteView data) {
+  if (EthernetPortEnable == 1) {
+    ethernet_writeStream(data);
+  } else if (MFI_port == 1) {
+    // The asynchronous write takes the field stream_buffer, not the argument.
+    Bytes pending = stream_buffer.load().value_or(Bytes{});
+    internals_->startThread([this, pending = std::move(pending)] { mfi_writeStream(pending); });
+  }
+}
+
+void ORVANTESDK::setAccessory(std::shared_ptr<orvante::Accessory> value) {
+  accessory = std::move(value);
+}
+
+void ORVANTESDK::setSession(std::shared_ptr<orvante::AccessorySession> value) {
+  session = std::move(value);
+}
+
+void ORVANTESDK::setCM(std::shared_ptr<orvante::ble::Central> value) { CM = std::move(value); }

@@ -1,0 +1,136 @@
+// The TCP link: the open operations and the close operations, which close
+// whichever link is open.
+
+#include <system_error>
+
+#include <orvante/session.hpp>
+
+#include "../session/internals.hpp"
+
+namespace {
+
+constexpr double kSettlePause = 1.5;
+constexpr double kOpenPoll = 0.1;
+constexpr std::int32_t kDefaultPort = 9100;
+
+}  // namespace
+
+std::int64_t ORVANTESDK::openport_ethernet(const std::string& host, std::int32_t port) {
+  return openport_ethernet_delay(host, port, kSettlePause);
+}
+
+std::int64_t ORVANTESDK::openport_ethernet_delay(const std::string& host, std::int32_t port,
+                                                 double delay) {
+  // The previous streams are dropped without being closed.
+  keepAbandoned({iStream.exchange(nullptr), oStream.exchange(nullptr)});
+  auto pair = platform().streams->createPairWithSocketToHost(host, port);
+  readStream = pair.input;
+  writeStream = pair.output;
+  if (!pair.input || !pair.output) return -1;
+  iStream = pair.input;
+  oStream = pair.output;
+  pair.input->setDelegate(&internals_->delegates);
+  pair.output->setDelegate(&internals_->delegates);
+  pair.input->scheduleInRunLoop();
+  pair.output->scheduleInRunLoop();
+  pair.input->open();
+  pair.output->open();
+  EthernetPortEnable = 1;
+  pause(delay);
+  return 1;
+}
+
+std::int64_t ORVANTESDK::openport(const std::string& host) {
+  try {
+    internals_->startThread([this, host] { openport_thread(host); });
+    pause(kSettlePause);
+  } catch (const std::system_error&) {
+    closeport();
+    return -1;
+  }
+  auto status = [this] {
+    auto output = oStream.load();
+    return output ? output->streamStatus() : orvante::StreamStatus::NotOpen;
+  };
+  while (status() == orvante::StreamStatus::Opening) pause(kOpenPoll);
+  if (status() == orvante::StreamStatus::Open) return 1;
+  closeport();
+  return -1;
+}
+
+// The body of openport's thread. The streams' events are serviced by the
+// pair's own event thread, so this thread ends once the streams are open.
+void ORVANTESDK::openport_thread(const std::string& host) {
+  auto pair = platform().streams->createPairWithSocketToHost(host, kDefaultPort);
+  readStream = pair.input;
+  writeStream = pair.output;
+  keepAbandoned({iStream.exchange(pair.input), oStream.exchange(pair.output)});
+  for (const std::shared_ptr<orvante::Stream>& stream :
+       {std::shared_ptr<orvante::Stream>(pair.input), std::shared_ptr<orvante::Stream>(pair.output)}) {
+    if (!stream) continue;
+    stream->setDelegate(&internals_->delegates);
+    stream->scheduleInRunLoop();
+  }
+  if (pair.input) pair.input->open();
+  if (pair.output) pair.output->open();
+  if (!pair.output) {
+    EthernetPortEnable = 0;
+    closeport();
+  }
+  EthernetPortEnable = 1;
+}
+
+// closeport waits 1.5 s in the TCP and accessory branches and clears the
+// TCP flag first; the timed variants pause before anything else instead and
+// clear the flag last.
+std::int64_t ORVANTESDK::closeport() { return closeLink(std::nullopt, true); }
+
+std::int64_t ORVANTESDK::closeport(double delay) { return closeLink(delay, true); }
+
+std::int64_t ORVANTESDK::closeport_withtime(double delay) { return closeLink(delay, false); }
+
+std::int64_t ORVANTESDK::closeLink(std::optional<double> delayBefore, bool disconnectBle) {
+  const bool settle = !delayBefore.has_value();
+  if (delayBefore) pause(*delayBefore);
+
+  if (EthernetPortEnable == 1) {
+    if (settle) {
+      EthernetPortEnable = 0;
+      pause(kSettlePause);
+    }
+    // Stopping the caller's run loop has no counterpart here: the pair's
+    // event thread ends when its streams are closed.
+    if (auto input = iStream.load()) input->close();
+    if (auto output = oStream.load()) output->close();
+    iStream = nullptr;
+    oStream = nullptr;
+    readStream = nullptr;
+    writeStream = nullptr;
+    if (!settle) EthernetPortEnable = 0;
+    return 1;
+  }
+
+  if (MFI_port != 1) {
+    if (disconnectBle && BLEPortEnable == 1) BLE_Disconnect();
+    return -1;
+  }
+
+  if (settle) pause(kSettlePause);
+  MFI_port = 0;
+  MFIPortEnable = 0;
+  receivejudge = 0;
+  if (auto accessorySession = session.load()) {
+    const auto& input = accessorySession->inputStream();
+    const auto& output = accessorySession->outputStream();
+    if (output) output->removeFromRunLoop();
+    if (input) input->removeFromRunLoop();
+    if (input) input->close();
+    if (output) output->close();
+    if (input) input->setDelegate(nullptr);
+    if (output) output->setDelegate(nullptr);
+  }
+  session = nullptr;
+  _writeData = std::nullopt;
+  _readData = std::nullopt;
+  return 1;
+}

@@ -1,0 +1,89 @@
+#pragma once
+// A session whose published fields a test can reach, and a rig of fake
+// platform services to build it on.
+
+#include <chrono>
+#include <functional>
+#include <thread>
+
+#include <orvante/orvante.hpp>
+
+#include "timeline.hpp"
+#include "transport/fakes/fake_accessories.hpp"
+#include "transport/fakes/fake_ble.hpp"
+#include "transport/fakes/loopback_printer.hpp"
+#include "transport/socket_streams.hpp"
+
+namespace orvante::testing {
+
+using fakes::LoopbackPrinter;
+using fakes::refusedPort;
+
+class TestSession : public ORVANTESDK {
+ public:
+  using ORVANTESDK::ORVANTESDK;
+  using ORVANTESDK::iStream;
+  using ORVANTESDK::oStream;
+  using ORVANTESDK::writeStream;
+  using ORVANTESDK::stream_buffer;
+  using ORVANTESDK::_protocolString;
+  using ORVANTESDK::_writeData;
+  using ORVANTESDK::_readData;
+  using ORVANTESDK::_TestStream;
+  using ORVANTESDK::end;
+  using ORVANTESDK::endCRLF;
+  using ORVANTESDK::isAvailable;
+  using ORVANTESDK::RecvBuffer;
+  using ORVANTESDK::error;
+  using ORVANTESDK::IsXpico;
+  using ORVANTESDK::BLEDeviceList;
+  using ORVANTESDK::cbService;
+  using ORVANTESDK::connectPeripheral;
+  using ORVANTESDK::cbWirteCharacteristic;
+  using ORVANTESDK::cbReadCharacteristic;
+  using ORVANTESDK::BLEPortEnable;
+  using ORVANTESDK::BLEReceivebuffer;
+  using ORVANTESDK::MFI_port;
+  using ORVANTESDK::MFIPortEnable;
+  using ORVANTESDK::EthernetPortEnable;
+  using ORVANTESDK::receivejudge;
+  using ORVANTESDK::sendjudge;
+  using ORVANTESDK::buffer;
+  using ORVANTESDK::commandbuffer;
+};
+
+// Fake services for one test: a timeline of pauses and writes, real TCP
+// streams whose writes are recorded, fake accessories and a fake radio.
+struct Rig {
+  explicit Rig(double realFraction = 0)
+      : timeline(std::make_shared<Timeline>()),
+        clock(std::make_shared<RecordingClock>(timeline, realFraction)),
+        streams(std::make_shared<RecordingStreamFactory>(
+            std::make_shared<transport::SocketStreamFactory>(), timeline)),
+        accessories(std::make_shared<fakes::FakeAccessoryManager>()),
+        radio(std::make_shared<fakes::FakeBleRadio>()) {
+    accessories->setStreamWrapper(
+        [timeline = timeline](StreamPair pair) { return recordWrites(std::move(pair), timeline); });
+  }
+
+  Platform platform() const { return {clock, streams, accessories, radio}; }
+
+  std::shared_ptr<Timeline> timeline;
+  std::shared_ptr<RecordingClock> clock;
+  std::shared_ptr<RecordingStreamFactory> streams;
+  std::shared_ptr<fakes::FakeAccessoryManager> accessories;
+  std::shared_ptr<fakes::FakeBleRadio> radio;
+};
+
+// Polls a condition that another thread makes true.
+inline bool eventually(const std::function<bool()>& condition,
+                       std::chrono::milliseconds timeout = std::chrono::seconds(10)) {
+  const auto deadline = std::chrono::steady_clock::now() + timeout;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  return true;
+}
+
+}  // namespace orvante::testing

@@ -1,0 +1,120 @@
+// The stream pair over a socket: statuses, events and the ends of a link.
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+
+#include <mutex>
+
+#include "transport/fakes/loopback_printer.hpp"
+#include "test_session.hpp"
+
+using namespace orvante;
+using namespace orvante::testing;
+using namespace std::chrono_literals;
+
+namespace {
+
+class EventLog final : public StreamDelegate {
+ public:
+  void stream(Stream* stream, std::uint64_t eventCode) override {
+    std::lock_guard lock(mutex_);
+    events_.emplace_back(stream, eventCode);
+  }
+  std::vector<std::uint64_t> of(Stream* stream) const {
+    std::lock_guard lock(mutex_);
+    std::vector<std::uint64_t> codes;
+    for (const auto& [source, code] : events_) {
+      if (source == stream) codes.push_back(code);
+    }
+    return codes;
+  }
+  bool saw(Stream* stream, std::uint64_t code) const {
+    auto codes = of(stream);
+    return std::find(codes.begin(), codes.end(), code) != codes.end();
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  std::vector<std::pair<Stream*, std::uint64_t>> events_;
+};
+
+void listen(const StreamPair& pair, EventLog& log) {
+  for (const std::shared_ptr<Stream>& stream :
+       {std::shared_ptr<Stream>(pair.input), std::shared_ptr<Stream>(pair.output)}) {
+    stream->setDelegate(&log);
+    stream->scheduleInRunLoop();
+    stream->open();
+  }
+}
+
+}  // namespace
+
+TEST(SocketStreams, ALinkOpensCarriesBytesBothWaysAndEnds) {
+  LoopbackPrinter printer;
+  auto pair = transport::connectSocketStreams("localhost", printer.port());
+  EXPECT_EQ(pair.input->streamStatus(), StreamStatus::NotOpen);
+  EventLog events;
+  listen(pair, events);
+  ASSERT_TRUE(eventually([&] { return pair.output->streamStatus() == StreamStatus::Open; }));
+  ASSERT_TRUE(eventually([&] { return events.saw(pair.output.get(), 4); }));
+  EXPECT_EQ(events.of(pair.input.get()).front(), stream_event::OpenCompleted);
+  EXPECT_EQ(events.of(pair.output.get()).front(), stream_event::OpenCompleted);
+
+  EXPECT_EQ(pair.output->write(viewOf("ping").data(), 4), 4);
+  ASSERT_TRUE(printer.waitForBytes(4));
+  printer.connection()->send(viewOf("pong"));
+  ASSERT_TRUE(eventually([&] { return events.saw(pair.input.get(), 2); }));
+  std::uint8_t reply[16];
+  EXPECT_EQ(pair.input->read(reply, sizeof reply), 4);
+  EXPECT_EQ(textOf(ByteView(reply, 4)), "pong");
+  EXPECT_FALSE(pair.input->hasBytesAvailable());
+
+  printer.connection()->close();
+  ASSERT_TRUE(eventually([&] { return events.saw(pair.output.get(), 8); }));
+  EXPECT_TRUE(events.saw(pair.input.get(), stream_event::EndEncountered));
+  EXPECT_EQ(pair.input->streamStatus(), StreamStatus::AtEnd);
+  EXPECT_EQ(pair.output->streamStatus(), StreamStatus::Error);
+  EXPECT_FALSE(pair.output->streamError().empty());
+  EXPECT_LT(pair.output->write(viewOf("x").data(), 1), 0);
+}
+
+TEST(SocketStreams, ARefusedConnectionEndsInTheErrorStatus) {
+  auto pair = transport::connectSocketStreams("127.0.0.1", refusedPort());
+  EventLog events;
+  listen(pair, events);
+  ASSERT_TRUE(eventually([&] { return events.saw(pair.input.get(), 8); }));
+  EXPECT_EQ(pair.input->streamStatus(), StreamStatus::Error);
+  EXPECT_EQ(pair.output->streamStatus(), StreamStatus::Error);
+  EXPECT_NE(pair.input->streamError().find("refused"), std::string::npos);
+  EXPECT_FALSE(pair.output->hasSpaceAvailable());
+}
+
+TEST(SocketStreams, OneWriteTakesOnlyWhatTheLinkAccepts) {
+  int ends[2];
+  ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+  fakes::PrinterPeer peer(ends[1]);
+  peer.pauseReading(true);
+  auto pair = transport::adoptSocketStreams(ends[0]);
+  pair.output->open();
+  ASSERT_TRUE(eventually([&] { return pair.output->streamStatus() == StreamStatus::Open; }));
+  const Bytes big(16 << 20, 0x55);
+  const auto written = pair.output->write(big.data(), big.size());
+  EXPECT_GT(written, 0);
+  EXPECT_LT(written, static_cast<std::int64_t>(big.size()));
+  peer.pauseReading(false);
+  EXPECT_TRUE(peer.waitForBytes(static_cast<std::size_t>(written)));
+}
+
+TEST(SocketStreams, ClosingBothStreamsHangsUpAndStopsTheEvents) {
+  LoopbackPrinter printer;
+  auto pair = transport::connectSocketStreams("127.0.0.1", printer.port());
+  EventLog events;
+  listen(pair, events);
+  ASSERT_TRUE(eventually([&] { return pair.output->streamStatus() == StreamStatus::Open; }));
+  pair.input->close();
+  EXPECT_FALSE(printer.connection()->waitForHangUp(100ms));
+  pair.output->close();
+  EXPECT_TRUE(printer.connection()->waitForHangUp());
+  EXPECT_EQ(pair.output->streamStatus(), StreamStatus::Closed);
+  EXPECT_EQ(pair.output->write(viewOf("x").data(), 1), -1);
+}

@@ -41,14 +41,17 @@ int main() {
     std::fprintf(stderr, "could not open the link\n");
     return 1;
   }
-  const std::string label =
-      "SIZE 40 mm, 30 mm\r\nGAP 2 mm,0 mm\r\nCLS\r\n"
-      "TEXT 20, 20, \"3\", 0, 1, 1, \"orvante\"\r\nPRINT 1,1\r\n";
-  session._printWithStream(nullptr, orvante::viewOf(label));
+  // A 50 x 30 mm shipping label: media, a heading, a barcode, one copy.
+  session.setup(50, 30, 4, 8, 0, 2, 0);
+  session.clearbuffer();
+  session.printerfont(24, 24, "3", 0, 1, 1, "ORVANTE DEMO");
+  session.barcode(24, 80, "128", 80, 1, 0, 2, 2, "SHIP-000421");
+  session.printlabel(1, 1);
   session.closeport();
 
   auto connection = printer.connection();
-  if (!connection || !connection->waitForBytes(label.size())) {
+  // closeport ends the connection once everything went out.
+  if (!connection || !connection->waitForHangUp()) {
     std::fprintf(stderr, "the printer did not receive the label\n");
     return 1;
   }

@@ -18,6 +18,8 @@ class ORVANTESDK;
 
 namespace orvante {
 
+struct LayoutRule;
+
 // `readStream` names both a published operation (the reply reader) and a
 // published field (the socket read handle). This member is both: call it to
 // read a reply; load() and store() it for the handle.
@@ -77,6 +79,98 @@ class ORVANTESDK {
   std::int64_t closeport();
   std::int64_t closeport(double delay);
   std::int64_t closeport_withtime(double delay);
+
+  // --- Label layout and print ----------------------------------------------
+  using V = orvante::Value;
+  std::int64_t setup(const V& width, const V& height, const V& speed, const V& density,
+                     const V& sensor, const V& vertical, const V& offset);
+  std::int64_t setupForWidth(const V& width, const V& height, const V& speed, const V& density,
+                             const V& sensor, const V& vertical, const V& offset, double delay);
+  std::int64_t clearbuffer();
+  std::int64_t clearBuffer(double delay);
+  std::int64_t barcode(const V& x, const V& y, const V& barcodeType, const V& height,
+                       const V& readable, const V& rotation, const V& narrow, const V& wide,
+                       const V& code);
+  std::int64_t barcodeFromX(const V& x, const V& y, const V& barcodeType, const V& height,
+                            const V& readable, const V& rotation, const V& narrow, const V& wide,
+                            const V& code, double delay);
+  std::int64_t printerfont(const V& x, const V& y, const V& fontName, const V& rotation,
+                           const V& magnificationRateX, const V& magnificationRateY,
+                           const V& content);
+  std::int64_t printerfontFromX(const V& x, const V& y, const V& fontName, const V& rotation,
+                                const V& magnificationRateX, const V& magnificationRateY,
+                                const V& content, double delay);
+  std::int64_t printerfont_GB2321(const V& x, const V& y, const V& fontName, const V& rotation,
+                                  const V& magnificationRateX, const V& magnificationRateY,
+                                  const V& content);
+  std::int64_t printerfont_GB2321(const V& x, const V& y, const V& fontName, const V& rotation,
+                                  const V& magnificationRateX, const V& magnificationRateY,
+                                  const V& content, double delay);
+  std::int64_t printerfont_BIG5(const V& x, const V& y, const V& fontName, const V& rotation,
+                                const V& magnificationRateX, const V& magnificationRateY,
+                                const V& content);
+  std::int64_t printerfont_BIG5(const V& x, const V& y, const V& fontName, const V& rotation,
+                                const V& magnificationRateX, const V& magnificationRateY,
+                                const V& content, double delay);
+  std::int64_t printerfont_UTF8(const V& x, const V& y, const V& fontName, const V& rotation,
+                                const V& magnificationRateX, const V& magnificationRateY,
+                                const V& content);
+  std::int64_t printerfont_UTF8(const V& x, const V& y, const V& fontName, const V& rotation,
+                                const V& magnificationRateX, const V& magnificationRateY,
+                                const V& content, double delay);
+  std::int64_t printlabel(const V& sets, const V& copies);
+  std::int64_t printLabelWithNumberOfSets(const V& sets, const V& copies, double delay);
+  std::int64_t formfeed();
+  std::int64_t formfeed(double delay);
+  std::int64_t nobackfeed();
+  std::int64_t nobackfeed(double delay);
+
+  // --- Raw commands ------------------------------------------------------------
+  std::int64_t sendcommand(const std::string& text);
+  std::int64_t sendcommand(const std::string& text, std::uint64_t delay);
+  std::int64_t sendcommand_utf8(const std::string& text);
+  std::int64_t sendcommand_utf8(const std::string& text, std::uint64_t delay);
+  std::int64_t sendcommand_gb2312(const std::string& text);
+  std::int64_t sendcommand_gb2312(const std::string& text, std::uint64_t delay);
+  std::int64_t sendcommand_big5(const std::string& text);
+  std::int64_t sendcommand_big5(const std::string& text, std::uint64_t delay);
+  std::int64_t sendcommandWithData(orvante::ByteView data);
+  std::int64_t sendcommandWithData(orvante::ByteView data, std::uint64_t delay);
+
+  // --- Printer queries ------------------------------------------------------
+  std::optional<orvante::Bytes> printer_name();
+  std::optional<orvante::Bytes> printer_codepage();
+  std::optional<orvante::Bytes> printer_mileage();
+  std::optional<orvante::Bytes> printer_freememory();
+  std::optional<orvante::Bytes> printer_files();
+  std::optional<orvante::Bytes> printerstatus();
+  std::optional<orvante::Bytes> sendcommand_getstring(const std::string& text);
+  std::optional<orvante::Bytes> sendcommand_getstring(const std::string& text, double delay);
+
+  // --- Device configuration ------------------------------------------------
+  std::string WiFi_Default();
+  std::string WiFi_SSID(const std::string& ssid);
+  std::string WiFi_WPA(const std::string& passphrase);
+  std::string WiFi_WEP(std::int64_t keyIndex, const std::string& key);
+  std::string WiFi_DHCP();
+  std::string WiFi_Port(std::int64_t port);
+  std::string WiFi_StaticIP(const std::string& address, const std::string& mask,
+                            const std::string& gateway);
+  // Raises std::out_of_range when the reply cannot be cut.
+  std::string smartbattery_status(std::int64_t selector);
+  std::int64_t rfidRead(const V& tagType, const V& format, const V& startBlock,
+                        const V& readDataSize, const V& memoryBank);
+  std::int64_t rfidWrite(const V& tagType, const V& format, const V& startBlock,
+                         const V& readDataSize, const V& memoryBank, const V& data);
+  std::int64_t rfidDetect();
+  std::optional<std::string> rfidGetReadData();
+
+  // --- File download --------------------------------------------------------
+  std::int64_t downloadpcx(const std::string& path, const std::string& name);
+  std::int64_t downloadbmp(const std::string& path, const std::string& name);
+  std::int64_t downloadttf(const std::string& path, const std::string& name);
+  std::int64_t downloadData(orvante::ByteView data, const std::string& name);
+  std::int64_t sendfile(const std::string& path, const std::string& name);
 
   // --- BLE port --------------------------------------------------------------
   std::vector<std::shared_ptr<orvante::ble::Peripheral>> searchBLEDevice(std::int64_t seconds);
@@ -175,6 +269,17 @@ class ORVANTESDK {
   std::shared_ptr<orvante::OutputStream> accessoryOutput();
   void keepAbandoned(orvante::StreamPair streams);
   std::int64_t closeLink(std::optional<double> delayBefore, bool disconnectBle);
+
+  // The link that output takes: the first flag that is exactly 1.
+  enum class Link : int;
+  Link currentLink() const;
+  std::int64_t sendRawText(orvante::ByteView bytes);
+  std::int64_t sendLayout(const std::string& text, const orvante::LayoutRule& rule,
+                          std::optional<double> delay);
+  std::optional<orvante::Bytes> query(orvante::ByteView command, double tcpPause);
+  std::optional<orvante::Bytes> awaitReply(bool watchOutputStatus);
+  orvante::Bytes settleBleReply();
+  void sendInChunks(orvante::ByteView file);
   void detachEverything();
 
   std::unique_ptr<Internals> internals_;

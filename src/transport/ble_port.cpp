@@ -11,6 +11,7 @@
 #include <orvante/session.hpp>
 
 #include "../session/describe.hpp"
+#include "../commands/text_encoding.hpp"
 #include "../session/internals.hpp"
 
 extern "C" {
@@ -33,23 +34,6 @@ const char* const kSlowBridgeMaker = "Lantronix";
 
 constexpr std::size_t kPacket = 20;
 constexpr double kPacketPause = 0.1;
-
-std::optional<std::string> utf8Text(const std::optional<orvante::Bytes>& value) {
-  if (!value) return std::nullopt;
-  // Decoding fails on bytes that are not UTF-8.
-  const auto& bytes = *value;
-  for (std::size_t i = 0; i < bytes.size();) {
-    const auto lead = bytes[i];
-    std::size_t length = lead < 0x80 ? 1 : (lead >> 5) == 6 ? 2 : (lead >> 4) == 14 ? 3
-                                         : (lead >> 3) == 30 ? 4 : 0;
-    if (length == 0 || i + length > bytes.size()) return std::nullopt;
-    for (std::size_t k = 1; k < length; ++k) {
-      if ((bytes[i + k] & 0xC0) != 0x80) return std::nullopt;
-    }
-    i += length;
-  }
-  return orvante::textOf(bytes);
-}
 
 }  // namespace
 
@@ -211,7 +195,8 @@ void ORVANTESDK::peripheral(const std::shared_ptr<ble::Peripheral>& peripheral,
       if (!(characteristic->uuid() == kManufacturerName)) continue;
       peripheral->readValue(characteristic);
       // The read completes later; the value present now, if any, is used.
-      const auto maker = utf8Text(characteristic->value());
+      const auto value = characteristic->value();
+      const auto maker = value ? orvante::decodeUtf8(*value) : std::nullopt;
       log("Manufacture: " + describe(maker) + "\n");
       IsXpico = maker == kSlowBridgeMaker;
     }

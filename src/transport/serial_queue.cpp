@@ -3,6 +3,7 @@
 #include <pthread.h>
 
 #include <condition_variable>
+#include <cstdint>
 #include <deque>
 #include <future>
 #include <mutex>
@@ -15,6 +16,7 @@ struct SerialQueue::State {
   std::mutex mutex;
   std::condition_variable ready;
   std::deque<std::function<void()>> tasks;
+  std::uint64_t posted = 0;
   bool stopping = false;
   std::thread::id threadId;
   std::thread thread;
@@ -59,15 +61,27 @@ void SerialQueue::post(std::function<void()> task) {
   {
     std::lock_guard lock(state_->mutex);
     state_->tasks.push_back(std::move(task));
+    ++state_->posted;
   }
   state_->ready.notify_one();
 }
 
+// Tasks may post further tasks; the queue is drained once a round posts
+// nothing new.
 void SerialQueue::drain() {
-  std::promise<void> done;
-  auto finished = done.get_future();
-  post([&done] { done.set_value(); });
-  finished.wait();
+  for (;;) {
+    std::uint64_t before;
+    {
+      std::lock_guard lock(state_->mutex);
+      before = state_->posted;
+    }
+    std::promise<void> done;
+    auto finished = done.get_future();
+    post([&done] { done.set_value(); });
+    finished.wait();
+    std::lock_guard lock(state_->mutex);
+    if (state_->posted == before + 1) return;
+  }
 }
 
 bool SerialQueue::isCurrent() const {

@@ -18,7 +18,8 @@ class SerialQueue {
   SerialQueue& operator=(const SerialQueue&) = delete;
 
   void post(std::function<void()> task);
-  // Waits until every task posted before the call has run. Not from a task.
+  // Waits until every task posted before the call has run, and the tasks
+  // those posted in turn. Not from a task.
   void drain();
   bool isCurrent() const;
   const std::string& name() const;

@@ -3,28 +3,12 @@
 #include <gtest/gtest.h>
 
 #include "log_capture.hpp"
-#include "tcp_helpers.hpp"
+#include "links.hpp"
 
 using namespace orvante;
 using namespace orvante::testing;
 
 namespace {
-
-const char* const kDataPath = "com.issc.datapath";
-
-void openAccessory(TestSession& session, Rig& rig) {
-  auto printer =
-      std::make_shared<fakes::FakeAccessory>("Printer", std::vector<std::string>{kDataPath});
-  auto accessorySession = rig.accessories->openSession(printer, kDataPath);
-  accessorySession->inputStream()->open();
-  accessorySession->outputStream()->open();
-  session.setSession(accessorySession);
-  session.MFI_port = 1;
-  ASSERT_TRUE(eventually([&] {
-    return accessorySession->outputStream()->streamStatus() == StreamStatus::Open;
-  }));
-  rig.timeline->clear();
-}
 
 // An output stream stuck in the opening state, as towards a host that
 // neither answers nor refuses.

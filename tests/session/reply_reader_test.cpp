@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "log_capture.hpp"
-#include "tcp_helpers.hpp"
+#include "links.hpp"
 
 using namespace orvante;
 using namespace orvante::testing;

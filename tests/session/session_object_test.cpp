@@ -6,25 +6,10 @@
 #include <chrono>
 
 #include "log_capture.hpp"
-#include "test_session.hpp"
+#include "links.hpp"
 
 using namespace orvante;
 using namespace orvante::testing;
-
-namespace {
-
-const char* const kDataPath = "com.issc.datapath";
-
-// An accessory session whose streams are open, as the accessory link leaves them.
-std::shared_ptr<AccessorySession> openAccessorySession(Rig& rig) {
-  auto printer = std::make_shared<fakes::FakeAccessory>("Printer", std::vector<std::string>{kDataPath});
-  auto accessorySession = rig.accessories->openSession(printer, kDataPath);
-  accessorySession->inputStream()->open();
-  accessorySession->outputStream()->open();
-  return accessorySession;
-}
-
-}  // namespace
 
 TEST(SessionObject, FreshSessionHasNoLinkAfterItsOneSecondPause) {
   Rig rig;

@@ -23,7 +23,7 @@ std::string show(ByteView bytes) {
       text += "\\r";
     } else if (byte == '\n') {
       text += "\\n";
-    } else if (byte >= 0x20 && byte < 0x7F && byte != '"' && byte != '\\') {
+    } else if (byte >= 0x20 && byte < 0x7F) {
       text += static_cast<char>(byte);
     } else {
       char hex[8];

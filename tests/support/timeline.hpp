@@ -42,7 +42,8 @@ class Timeline {
   std::vector<Step> steps_;
 };
 
-// Readable text of bytes: printable ASCII as is, CR and LF escaped, other
+// Readable text of bytes in double quotes: printable ASCII as is, CR and LF
+// escaped, other
 // bytes as \xHH; long buffers as their size.
 std::string show(ByteView bytes);
 

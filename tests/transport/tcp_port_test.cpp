@@ -5,27 +5,12 @@
 
 #include <chrono>
 
-#include "../session/tcp_helpers.hpp"
+#include "links.hpp"
 #include "log_capture.hpp"
 
 using namespace orvante;
 using namespace orvante::testing;
 using namespace std::chrono_literals;
-
-namespace {
-
-const char* const kDataPath = "com.issc.datapath";
-
-std::shared_ptr<AccessorySession> openAccessorySession(Rig& rig) {
-  auto printer =
-      std::make_shared<fakes::FakeAccessory>("Printer", std::vector<std::string>{kDataPath});
-  auto accessorySession = rig.accessories->openSession(printer, kDataPath);
-  accessorySession->inputStream()->open();
-  accessorySession->outputStream()->open();
-  return accessorySession;
-}
-
-}  // namespace
 
 TEST(TcpPort, OpenSetsTheFlagAndSettlesForItsPause) {
   Rig rig;

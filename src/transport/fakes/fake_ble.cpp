@@ -153,6 +153,11 @@ void FakePeripheral::setValue(const ble::Uuid& uuid, Bytes value) {
   if (auto characteristic = findCharacteristic(uuid)) characteristic->setValue(std::move(value));
 }
 
+void FakePeripheral::setReadsDrain(const ble::Uuid& uuid, bool drains) {
+  std::lock_guard lock(mutex_);
+  readsDrain_[uuid.text()] = drains;
+}
+
 void FakePeripheral::dropConnection() {
   std::shared_ptr<FakeCentral> central;
   {
@@ -237,12 +242,19 @@ void FakePeripheral::discoverCharacteristics(const std::shared_ptr<ble::Service>
 
 void FakePeripheral::readValue(const std::shared_ptr<ble::Characteristic>& characteristic) {
   if (!characteristic) return;
+  bool drains;
   {
     std::lock_guard lock(mutex_);
     ++reads_[characteristic->uuid().text()];
+    drains = readsDrain_[characteristic->uuid().text()];
   }
-  post([characteristic](auto& delegate, const auto& self) {
+  post([characteristic, drains](auto& delegate, const auto& self) {
     delegate.peripheralDidUpdateValueForCharacteristic(self, characteristic, nullptr);
+    if (drains) {
+      if (auto fake = std::dynamic_pointer_cast<FakeCharacteristic>(characteristic)) {
+        fake->setValue(Bytes{});
+      }
+    }
   });
 }
 

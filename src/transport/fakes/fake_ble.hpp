@@ -84,6 +84,9 @@ class FakePeripheral final : public ble::Peripheral,
   void notify(const ble::Uuid& characteristic, Bytes value);
   // Sets the value a read returns.
   void setValue(const ble::Uuid& characteristic, Bytes value);
+  // A characteristic whose reads take the bytes waiting in it, as a serial
+  // bridge's does: after a read it holds nothing until new bytes come.
+  void setReadsDrain(const ble::Uuid& characteristic, bool drains);
   // The printer goes away: the central reports a disconnection.
   void dropConnection();
 
@@ -131,6 +134,7 @@ class FakePeripheral final : public ble::Peripheral,
   std::vector<Write> writes_;
   std::map<std::string, bool> notifying_;
   std::map<std::string, int> reads_;
+  std::map<std::string, bool> readsDrain_;
 };
 
 class FakeCentral final : public ble::Central, public std::enable_shared_from_this<FakeCentral> {

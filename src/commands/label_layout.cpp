@@ -1,0 +1,195 @@
+// Label layout and print: the builders of size, media, clear, barcode,
+// printer-font text, print, form feed and tear-off lines.
+
+#include "../session/internals.hpp"
+#include "../session/link.hpp"
+#include "command_text.hpp"
+#include "text_encoding.hpp"
+
+using orvante::fill;
+using orvante::TextEncoding;
+using V = orvante::Value;
+
+namespace orvante {
+
+// How one builder sends its text.
+struct LayoutRule {
+  TextEncoding encoding;
+  // The result after a BLE send: setup, clear, barcode and printer-font
+  // text report -1 although their bytes went out.
+  std::int64_t bleResult;
+  // Whether the text is kept in commandbuffer on the accessory and BLE links.
+  bool keepsText;
+};
+
+}  // namespace orvante
+
+namespace {
+
+constexpr orvante::LayoutRule kSetup{TextEncoding::Big5Hkscs, -1, true};
+constexpr orvante::LayoutRule kClear{TextEncoding::Big5Hkscs, -1, false};
+constexpr orvante::LayoutRule kBarcode{TextEncoding::Big5Hkscs, -1, true};
+constexpr orvante::LayoutRule kTextUtf8{TextEncoding::Utf8, -1, true};
+constexpr orvante::LayoutRule kTextGb18030{TextEncoding::Gb18030, -1, true};
+constexpr orvante::LayoutRule kTextBig5{TextEncoding::Big5, -1, true};
+constexpr orvante::LayoutRule kPrint{TextEncoding::Big5Hkscs, 1, true};
+constexpr orvante::LayoutRule kFeed{TextEncoding::Big5Hkscs, 1, false};
+
+constexpr const char* kBarcodeLine =
+    "BARCODE %@, %@, \"%@\", %@, %@, %@, %@, %@, \"%@\"\r\n";
+constexpr const char* kTextLine = "TEXT %@, %@, \"%@\", %@, %@, %@, \"%@\"\r\n";
+
+std::string textLine(const V& x, const V& y, const V& fontName, const V& rotation,
+                     const V& magnificationRateX, const V& magnificationRateY,
+                     const V& content) {
+  return fill(kTextLine,
+              {x, y, fontName, rotation, magnificationRateX, magnificationRateY, content});
+}
+
+std::string barcodeLine(const V& x, const V& y, const V& barcodeType, const V& height,
+                        const V& readable, const V& rotation, const V& narrow, const V& wide,
+                        const V& code) {
+  return fill(kBarcodeLine, {x, y, barcodeType, height, readable, rotation, narrow, wide, code});
+}
+
+std::string setupText(const V& width, const V& height, const V& speed, const V& density,
+                      const V& sensor, const V& vertical, const V& offset) {
+  return fill("SIZE %@ mm, %@ mm\r\n", {width, height}) + fill("SPEED %@\r\n", {speed}) +
+         fill("DENSITY %@\r\n", {density}) +
+         fill("%@ %@ mm,%@ mm\r\n", {sensor.boolValue() ? "BLINE" : "GAP", vertical, offset});
+}
+
+}  // namespace
+
+std::int64_t ORVANTESDK::sendLayout(const std::string& text, const orvante::LayoutRule& rule,
+                                    std::optional<double> delay) {
+  if (delay) pause(*delay);
+  const auto link = currentLink();
+  if ((link == Link::Accessory || link == Link::Ble) && rule.keepsText) commandbuffer = text;
+  const auto bytes = orvante::encode(text, rule.encoding);
+  switch (link) {
+    case Link::Tcp:
+      _printWithStream(oStream.load(), bytes);
+      return 1;
+    case Link::Accessory:
+      _printWithStream(accessoryOutput(), bytes);
+      return 1;
+    case Link::Ble:
+      BLE_OutStream(bytes);
+      return rule.bleResult;
+    case Link::None:
+      break;
+  }
+  return -1;
+}
+
+std::int64_t ORVANTESDK::setup(const V& width, const V& height, const V& speed, const V& density,
+                               const V& sensor, const V& vertical, const V& offset) {
+  return sendLayout(setupText(width, height, speed, density, sensor, vertical, offset), kSetup,
+                    std::nullopt);
+}
+
+std::int64_t ORVANTESDK::setupForWidth(const V& width, const V& height, const V& speed,
+                                       const V& density, const V& sensor, const V& vertical,
+                                       const V& offset, double delay) {
+  return sendLayout(setupText(width, height, speed, density, sensor, vertical, offset), kSetup,
+                    delay);
+}
+
+std::int64_t ORVANTESDK::clearbuffer() { return sendLayout("CLS\r\n", kClear, std::nullopt); }
+
+std::int64_t ORVANTESDK::clearBuffer(double delay) { return sendLayout("CLS\r\n", kClear, delay); }
+
+std::int64_t ORVANTESDK::barcode(const V& x, const V& y, const V& barcodeType, const V& height,
+                                 const V& readable, const V& rotation, const V& narrow,
+                                 const V& wide, const V& code) {
+  return sendLayout(barcodeLine(x, y, barcodeType, height, readable, rotation, narrow, wide, code),
+                    kBarcode, std::nullopt);
+}
+
+std::int64_t ORVANTESDK::barcodeFromX(const V& x, const V& y, const V& barcodeType,
+                                      const V& height, const V& readable, const V& rotation,
+                                      const V& narrow, const V& wide, const V& code,
+                                      double delay) {
+  return sendLayout(barcodeLine(x, y, barcodeType, height, readable, rotation, narrow, wide, code),
+                    kBarcode, delay);
+}
+
+std::int64_t ORVANTESDK::printerfont(const V& x, const V& y, const V& fontName, const V& rotation,
+                                     const V& magnificationRateX, const V& magnificationRateY,
+                                     const V& content) {
+  return sendLayout(textLine(x, y, fontName, rotation, magnificationRateX, magnificationRateY, content),
+                    kTextUtf8, std::nullopt);
+}
+
+std::int64_t ORVANTESDK::printerfontFromX(const V& x, const V& y, const V& fontName,
+                                          const V& rotation, const V& magnificationRateX,
+                                          const V& magnificationRateY, const V& content,
+                                          double delay) {
+  return sendLayout(textLine(x, y, fontName, rotation, magnificationRateX, magnificationRateY, content),
+                    kTextUtf8, delay);
+}
+
+std::int64_t ORVANTESDK::printerfont_GB2321(const V& x, const V& y, const V& fontName,
+                                            const V& rotation, const V& magnificationRateX,
+                                            const V& magnificationRateY, const V& content) {
+  return sendLayout(textLine(x, y, fontName, rotation, magnificationRateX, magnificationRateY, content),
+                    kTextGb18030, std::nullopt);
+}
+
+std::int64_t ORVANTESDK::printerfont_GB2321(const V& x, const V& y, const V& fontName,
+                                            const V& rotation, const V& magnificationRateX,
+                                            const V& magnificationRateY, const V& content,
+                                            double delay) {
+  return sendLayout(textLine(x, y, fontName, rotation, magnificationRateX, magnificationRateY, content),
+                    kTextGb18030, delay);
+}
+
+std::int64_t ORVANTESDK::printerfont_BIG5(const V& x, const V& y, const V& fontName,
+                                          const V& rotation, const V& magnificationRateX,
+                                          const V& magnificationRateY, const V& content) {
+  return sendLayout(textLine(x, y, fontName, rotation, magnificationRateX, magnificationRateY, content),
+                    kTextBig5, std::nullopt);
+}
+
+std::int64_t ORVANTESDK::printerfont_BIG5(const V& x, const V& y, const V& fontName,
+                                          const V& rotation, const V& magnificationRateX,
+                                          const V& magnificationRateY, const V& content,
+                                          double delay) {
+  return sendLayout(textLine(x, y, fontName, rotation, magnificationRateX, magnificationRateY, content),
+                    kTextBig5, delay);
+}
+
+std::int64_t ORVANTESDK::printerfont_UTF8(const V& x, const V& y, const V& fontName,
+                                          const V& rotation, const V& magnificationRateX,
+                                          const V& magnificationRateY, const V& content) {
+  return printerfont(x, y, fontName, rotation, magnificationRateX, magnificationRateY, content);
+}
+
+std::int64_t ORVANTESDK::printerfont_UTF8(const V& x, const V& y, const V& fontName,
+                                          const V& rotation, const V& magnificationRateX,
+                                          const V& magnificationRateY, const V& content,
+                                          double delay) {
+  return printerfontFromX(x, y, fontName, rotation, magnificationRateX, magnificationRateY,
+                          content, delay);
+}
+
+std::int64_t ORVANTESDK::printlabel(const V& sets, const V& copies) {
+  return sendLayout(fill("PRINT %@,%@\r\n", {sets, copies}), kPrint, std::nullopt);
+}
+
+std::int64_t ORVANTESDK::printLabelWithNumberOfSets(const V& sets, const V& copies, double delay) {
+  return sendLayout(fill("PRINT %@,%@\r\n", {sets, copies}), kPrint, delay);
+}
+
+std::int64_t ORVANTESDK::formfeed() { return sendLayout("FORMFEED\r\n", kFeed, std::nullopt); }
+
+std::int64_t ORVANTESDK::formfeed(double delay) { return sendLayout("FORMFEED\r\n", kFeed, delay); }
+
+std::int64_t ORVANTESDK::nobackfeed() {
+  return sendLayout("SET TEAR OFF\r\n", kFeed, std::nullopt);
+}
+
+std::int64_t ORVANTESDK::nobackfeed(double delay) {
+  return sendLayout("SET TEAR OFF\r\n", kFeed, delay);
+}

@@ -1,0 +1,157 @@
+// Printer queries: a short query goes out and the reply comes back as the
+// printer sent it. Over TCP and the accessory link the reply is read until
+// silence; over BLE it accumulates by notification until it settles.
+
+#include <thread>
+
+#include "../session/internals.hpp"
+#include "../session/link.hpp"
+#include "text_encoding.hpp"
+
+using orvante::ByteView;
+using orvante::Bytes;
+
+namespace {
+
+// The reply of a query whose link reported an error while it waited.
+const Bytes kErrorMarker{0xFF};
+
+constexpr double kBleSettlePass = 1.0;
+
+const char kName[] = "~!T";
+const char kCodePage[] = "~!I";
+const char kMileage[] = "~!@";
+const char kFreeMemory[] = "~!A";
+const char kFiles[] = "~!F";
+const char kStatus[] = "\x1B!?";
+const char kLineEnd[] = "\r\n";
+
+bool statusKeepsWaiting(orvante::StreamStatus status) {
+  return status == orvante::StreamStatus::Opening || status == orvante::StreamStatus::Open ||
+         status == orvante::StreamStatus::Reading || status == orvante::StreamStatus::Writing;
+}
+
+// The BLE receive buffer as UTF-8 text; none when it is not UTF-8.
+std::optional<std::string> decodedText(const std::optional<Bytes>& bytes) {
+  if (!bytes) return std::nullopt;
+  return orvante::decodeUtf8(*bytes);
+}
+
+}  // namespace
+
+// Waits, without pausing, until the reply starts or the link fails. On TCP
+// the reply starts when the input has bytes; on the accessory link the wait
+// ends as soon as the accessory streams are ready.
+std::optional<Bytes> ORVANTESDK::awaitReply(bool watchOutputStatus) {
+  const bool tcp = currentLink() == Link::Tcp;
+  for (;;) {
+    if (tcp) {
+      auto input = iStream.load();
+      if (EthernetPortEnable == 1 && input && input->hasBytesAvailable()) return readStream();
+    } else if (MFIPortEnable == 1) {
+      return readStream();
+    }
+    std::int64_t failed = 1;
+    if (error.compare_exchange_strong(failed, 0)) return kErrorMarker;
+    if (watchOutputStatus) {
+      auto output = oStream.load();
+      const auto status = output ? output->streamStatus() : orvante::StreamStatus::NotOpen;
+      if (!statusKeepsWaiting(status)) return kErrorMarker;
+    }
+    std::this_thread::yield();
+  }
+}
+
+// The BLE reply is complete when four passes in a row find the receive
+// buffer unchanged. The original compares the decoded texts by identity;
+// they are compared here by content, so a reply that stops changing ends
+// the wait after four passes, as a finished reply should.
+Bytes ORVANTESDK::settleBleReply() {
+  std::optional<std::string> previous = std::string();
+  int unchanged = 0;
+  for (;;) {
+    if (IsXpico) {
+      auto peripheral = connectPeripheral.load();
+      auto characteristic = cbReadCharacteristic.load();
+      if (peripheral && characteristic) peripheral->readValue(characteristic);
+      pause(kBleSettlePass);
+    }
+    if (decodedText(BLEReceivebuffer.load()) == previous) {
+      if (++unchanged > 3) break;
+    } else {
+      previous = decodedText(BLEReceivebuffer.load());
+      unchanged = 0;
+    }
+    pause(kBleSettlePass);
+  }
+  return BLEReceivebuffer.load().value_or(Bytes{});
+}
+
+std::optional<Bytes> ORVANTESDK::query(ByteView command, double tcpPause) {
+  switch (currentLink()) {
+    case Link::Tcp: {
+      pause(tcpPause);
+      Internals::ReplyClaim claim(*internals_);
+      sendcommandWithData(command);
+      return awaitReply(false);
+    }
+    case Link::Accessory: {
+      Internals::ReplyClaim claim(*internals_);
+      sendcommandWithData(command);
+      return awaitReply(false);
+    }
+    case Link::Ble:
+      sendcommandWithData(command);
+      pause(kBleSettlePass);
+      return settleBleReply();
+    case Link::None:
+      break;
+  }
+  return std::nullopt;
+}
+
+std::optional<Bytes> ORVANTESDK::printer_name() { return query(orvante::viewOf(kName), 0.3); }
+
+std::optional<Bytes> ORVANTESDK::printer_codepage() {
+  return query(orvante::viewOf(kCodePage), 0.3);
+}
+
+std::optional<Bytes> ORVANTESDK::printer_mileage() { return query(orvante::viewOf(kMileage), 0.2); }
+
+std::optional<Bytes> ORVANTESDK::printer_freememory() {
+  return query(orvante::viewOf(kFreeMemory), 0.2);
+}
+
+std::optional<Bytes> ORVANTESDK::printer_files() { return query(orvante::viewOf(kFiles), 0.2); }
+
+std::optional<Bytes> ORVANTESDK::printerstatus() {
+  pause(0.2);
+  if (stream_status() == -1) return orvante::bytesOf("-1");
+  const auto link = currentLink();
+  if (link == Link::Ble) return query(orvante::viewOf(kStatus), 0);
+  if (link == Link::None) return std::nullopt;
+  Internals::ReplyClaim claim(*internals_);
+  sendcommandWithData(orvante::viewOf(kStatus));
+  return awaitReply(true);
+}
+
+std::optional<Bytes> ORVANTESDK::sendcommand_getstring(const std::string& text) {
+  return sendcommand_getstring(text, 1.0);
+}
+
+std::optional<Bytes> ORVANTESDK::sendcommand_getstring(const std::string& text, double delay) {
+  pause(delay);
+  const Bytes bytes = orvante::encode(text, orvante::TextEncoding::Utf8);
+  const auto link = currentLink();
+  if (link == Link::None) return std::nullopt;
+  if (link == Link::Ble) {
+    sendcommandWithData(bytes);
+    sendcommandWithData(orvante::viewOf(kLineEnd));
+    pause(static_cast<double>(bytes.size() / 1000));
+    return settleBleReply();
+  }
+  Internals::ReplyClaim claim(*internals_);
+  sendcommandWithData(bytes);
+  sendcommandWithData(orvante::viewOf(kLineEnd));
+  return awaitReply(false);
+}

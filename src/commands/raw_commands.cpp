@@ -1,0 +1,75 @@
+// Raw commands: any text in one of four encodings, or raw bytes, sent by the
+// link rule. Only sendcommand: checks the stream status first, and only
+// sendcommand:delay: pauses; the other delay twins ignore their delay.
+
+#include "../session/internals.hpp"
+#include "../session/link.hpp"
+#include "text_encoding.hpp"
+
+using orvante::ByteView;
+using orvante::TextEncoding;
+
+std::int64_t ORVANTESDK::sendRawText(ByteView bytes) {
+  switch (currentLink()) {
+    case Link::Tcp:
+      _printWithStream(oStream.load(), bytes);
+      return 1;
+    case Link::Accessory:
+      MFI_OutStream(bytes);
+      return 1;
+    case Link::Ble:
+      BLE_OutStream(bytes);
+      return 1;
+    case Link::None:
+      break;
+  }
+  return -1;
+}
+
+std::int64_t ORVANTESDK::sendcommand(const std::string& text) {
+  if (stream_status() == -1) return -1;
+  return sendRawText(orvante::encode(text, TextEncoding::Utf8));
+}
+
+std::int64_t ORVANTESDK::sendcommand(const std::string& text, std::uint64_t delay) {
+  pause(static_cast<double>(delay));
+  return sendRawText(orvante::encode(text, TextEncoding::Utf8));
+}
+
+std::int64_t ORVANTESDK::sendcommand_utf8(const std::string& text) {
+  return sendRawText(orvante::encode(text, TextEncoding::Utf8));
+}
+
+std::int64_t ORVANTESDK::sendcommand_utf8(const std::string& text, std::uint64_t) {
+  return sendcommand_utf8(text);
+}
+
+std::int64_t ORVANTESDK::sendcommand_gb2312(const std::string& text) {
+  return sendRawText(orvante::encode(text, TextEncoding::Gb18030));
+}
+
+std::int64_t ORVANTESDK::sendcommand_gb2312(const std::string& text, std::uint64_t) {
+  return sendcommand_gb2312(text);
+}
+
+std::int64_t ORVANTESDK::sendcommand_big5(const std::string& text) {
+  return sendRawText(orvante::encode(text, TextEncoding::Big5));
+}
+
+std::int64_t ORVANTESDK::sendcommand_big5(const std::string& text, std::uint64_t) {
+  return sendcommand_big5(text);
+}
+
+// On TCP the bytes go to the stream in one write, with no chunking and no
+// wait for the open status; the stream takes what it takes.
+std::int64_t ORVANTESDK::sendcommandWithData(ByteView data) {
+  if (currentLink() == Link::Tcp) {
+    if (auto output = oStream.load()) output->write(data.data(), data.size());
+    return 1;
+  }
+  return sendRawText(data);
+}
+
+std::int64_t ORVANTESDK::sendcommandWithData(ByteView data, std::uint64_t) {
+  return sendcommandWithData(data);
+}

@@ -1,0 +1,8 @@
+#include "link.hpp"
+
+ORVANTESDK::Link ORVANTESDK::currentLink() const {
+  if (EthernetPortEnable == 1) return Link::Tcp;
+  if (MFI_port == 1) return Link::Accessory;
+  if (BLEPortEnable == 1) return Link::Ble;
+  return Link::None;
+}

@@ -1,0 +1,86 @@
+#pragma once
+// Opening each kind of link on a test session: TCP to a loopback printer,
+// an accessory session over a fake accessory, BLE to a fake peripheral.
+
+#include <gtest/gtest.h>
+
+#include "test_session.hpp"
+
+namespace orvante::testing {
+
+inline const char* const kDataPath = "com.issc.datapath";
+
+// Opens the TCP link without the settling pause, waits until it is open and
+// forgets the schedule so far.
+inline void openTcp(TestSession& session, Rig& rig, LoopbackPrinter& printer) {
+  ASSERT_EQ(session.openport_ethernet_delay("127.0.0.1", printer.port(), 0), 1);
+  ASSERT_TRUE(eventually([&] { return session.stream_status() == 2; }));
+  ASSERT_NE(printer.connection(0), nullptr);
+  rig.timeline->clear();
+}
+
+// An open accessory session to a fake printer, as the accessory link
+// leaves it once its thread has run.
+inline std::shared_ptr<AccessorySession> openAccessorySession(Rig& rig) {
+  auto printer = std::make_shared<fakes::FakeAccessory>("Printer", std::vector<std::string>{kDataPath});
+  auto accessorySession = rig.accessories->openSession(printer, kDataPath);
+  accessorySession->inputStream()->open();
+  accessorySession->outputStream()->open();
+  return accessorySession;
+}
+
+inline void openAccessory(TestSession& session, Rig& rig) {
+  auto accessorySession = openAccessorySession(rig);
+  session.setSession(accessorySession);
+  session.MFI_port = 1;
+  session.MFIPortEnable = 1;
+  ASSERT_TRUE(eventually([&] {
+    return accessorySession->outputStream()->streamStatus() == StreamStatus::Open;
+  }));
+  rig.timeline->clear();
+}
+
+// A printer on the BLE link, connected and discovered.
+inline std::shared_ptr<fakes::FakePeripheral> openBle(TestSession& session, Rig& rig,
+                                                      std::string manufacturer = "Orvante Labs") {
+  auto printer = fakes::FakePeripheral::printer("BLE printer", std::move(manufacturer));
+  rig.radio->addPeripheral(printer);
+  EXPECT_EQ(session.openport_ble(printer), 1);
+  rig.radio->central()->drain();
+  rig.timeline->clear();
+  return printer;
+}
+
+// The bytes written to the BLE write characteristic, in order.
+inline Bytes bleBytes(const fakes::FakePeripheral& printer) {
+  Bytes bytes;
+  for (const auto& write : printer.writes()) bytes.insert(bytes.end(), write.data.begin(), write.data.end());
+  return bytes;
+}
+
+// A printer that answers each query it recognises at the end of what it
+// received so far.
+inline fakes::PrinterPeer::Responder answering(std::vector<std::pair<std::string, std::string>> replies) {
+  return [replies](fakes::PrinterPeer& peer, ByteView, ByteView all) {
+    const std::string text = textOf(all);
+    for (const auto& [query, reply] : replies) {
+      if (text.size() >= query.size() && text.compare(text.size() - query.size(), query.size(), query) == 0) {
+        peer.send(viewOf(reply));
+      }
+    }
+  };
+}
+
+inline std::vector<std::size_t> writeSizes(const Timeline& timeline) {
+  std::vector<std::size_t> sizes;
+  for (const auto& bytes : timeline.writes()) sizes.push_back(bytes.size());
+  return sizes;
+}
+
+inline Bytes pattern(std::size_t size) {
+  Bytes bytes(size);
+  for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<std::uint8_t>(i * 7 + i / 251);
+  return bytes;
+}
+
+}  // namespace orvante::testing

@@ -172,6 +172,17 @@ class ORVANTESDK {
   std::int64_t downloadData(orvante::ByteView data, const std::string& name);
   std::int64_t sendfile(const std::string& path, const std::string& name);
 
+  // --- Accessory port ---------------------------------------------------------
+  std::int64_t openportMFI();
+  std::int64_t openportMFI_delay(double delay);
+  std::int64_t openportMFI(const std::string& protocol);
+  std::int64_t openportMFI_delay(const std::string& protocol, double delay);
+  std::int64_t openportMFI_withname(const std::string& name);
+  std::int64_t openportMFI_withname(const std::string& name, double delay);
+  void openportMFI_thread();
+  void searchMFI();
+  std::optional<std::string> BTMAC();
+
   // --- BLE port --------------------------------------------------------------
   std::vector<std::shared_ptr<orvante::ble::Peripheral>> searchBLEDevice(std::int64_t seconds);
   std::int64_t openport_ble(const std::shared_ptr<orvante::ble::Peripheral>& peripheral);
@@ -269,6 +280,8 @@ class ORVANTESDK {
   std::shared_ptr<orvante::OutputStream> accessoryOutput();
   void keepAbandoned(orvante::StreamPair streams);
   std::int64_t closeLink(std::optional<double> delayBefore, bool disconnectBle);
+  std::int64_t openAccessory(const std::string& protocol, const std::optional<std::string>& name,
+                             bool flagFirst, double settle);
 
   // The link that output takes: the first flag that is exactly 1.
   enum class Link : int;

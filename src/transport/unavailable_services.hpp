@@ -14,7 +14,7 @@ class NoAccessories final : public AccessoryManager {
                                                 const std::string&) override {
     return nullptr;
   }
-  void showBluetoothAccessoryPicker() override {}
+  void showBluetoothAccessoryPicker() override { showAccessoryPicker(); }
 };
 
 class NoBleAdapter final : public ble::CentralFactory {

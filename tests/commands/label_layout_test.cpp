@@ -115,7 +115,9 @@ TEST(LabelLayout, OnBleSetupAndTextReportFailureThoughTheyWereSent) {
     session.commandbuffer = std::nullopt;
     EXPECT_EQ(command.send(session), command.bleResult) << command.name;
     EXPECT_EQ(session.commandbuffer.load().has_value(), command.keepsText) << command.name;
-    if (command.keepsText) EXPECT_EQ(session.commandbuffer.load(), command.bytes);
+    if (command.keepsText) {
+      EXPECT_EQ(session.commandbuffer.load(), command.bytes);
+    }
     expected += command.bytes;
   }
   EXPECT_EQ(textOf(bleBytes(*printer)), expected);

@@ -3,6 +3,7 @@
 // serial profile, USB or serial devices), listed with their protocol names,
 // names and properties, opened as a stream pair.
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -52,5 +53,10 @@ class AccessoryManager {
   // Lets the user pick and pair a printer; returns at once.
   virtual void showBluetoothAccessoryPicker() = 0;
 };
+
+// The application's accessory picker, shown by ORVANTESDK::searchMFI on the
+// system's accessories; nothing by default. Returns at once.
+void setAccessoryPicker(std::function<void()> picker);
+void showAccessoryPicker();
 
 }  // namespace orvante

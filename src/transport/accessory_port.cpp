@@ -1,0 +1,113 @@
+// The accessory link: a printer connected over a serial data link, opened
+// as a session on a protocol, its streams started on a thread of their own.
+
+#include <algorithm>
+#include <mutex>
+
+#include "../session/internals.hpp"
+
+namespace {
+
+const char* const kDataPath = "com.issc.datapath";
+const char* const kMacAddress = "macAddress";
+constexpr double kSettle = 0.3;
+constexpr double kProtocolSettle = 0.2;
+
+std::mutex pickerMutex;
+std::function<void()> picker;
+
+}  // namespace
+
+namespace orvante {
+
+void setAccessoryPicker(std::function<void()> next) {
+  std::lock_guard lock(pickerMutex);
+  picker = std::move(next);
+}
+
+void showAccessoryPicker() {
+  std::function<void()> current;
+  {
+    std::lock_guard lock(pickerMutex);
+    current = picker;
+  }
+  if (current) current();
+}
+
+}  // namespace orvante
+
+// The variants differ in the protocol, whether the accessory must carry a
+// name, whether MFI_port is set before the search (and so stays set when
+// nothing is found), and the pause before the result.
+std::int64_t ORVANTESDK::openAccessory(const std::string& protocol,
+                                       const std::optional<std::string>& name, bool flagFirst,
+                                       double settle) {
+  if (flagFirst) MFI_port = 1;
+  auto& manager = *platform().accessories;
+  for (const auto& candidate : manager.connectedAccessories()) {
+    const auto protocols = candidate->protocolStrings();
+    if (std::find(protocols.begin(), protocols.end(), protocol) == protocols.end()) continue;
+    accessory = candidate;
+    (void)candidate->name();
+    break;
+  }
+  // An accessory stored by an earlier open is opened again, even when the
+  // search found none this time.
+  auto chosen = accessory.load();
+  if (chosen && (!name || chosen->name() == *name)) {
+    // A previous session is replaced without being closed.
+    if (auto previous = session.exchange(manager.openSession(chosen, protocol))) {
+      keepAbandoned({previous->inputStream(), previous->outputStream()});
+    }
+    internals_->startThread([this] { openportMFI_thread(); });
+    MFI_port = 1;
+  }
+  pause(settle);
+  return MFIPortEnable == 1 ? 1 : -1;
+}
+
+std::int64_t ORVANTESDK::openportMFI() { return openAccessory(kDataPath, std::nullopt, false, kSettle); }
+
+std::int64_t ORVANTESDK::openportMFI_delay(double delay) {
+  return openAccessory(kDataPath, std::nullopt, true, delay);
+}
+
+std::int64_t ORVANTESDK::openportMFI(const std::string& protocol) {
+  return openAccessory(protocol, std::nullopt, true, kProtocolSettle);
+}
+
+std::int64_t ORVANTESDK::openportMFI_delay(const std::string& protocol, double delay) {
+  return openAccessory(protocol, std::nullopt, true, delay);
+}
+
+std::int64_t ORVANTESDK::openportMFI_withname(const std::string& name) {
+  return openAccessory(kDataPath, name, false, kSettle);
+}
+
+std::int64_t ORVANTESDK::openportMFI_withname(const std::string& name, double delay) {
+  return openAccessory(kDataPath, name, true, delay);
+}
+
+// Opens the session's streams with the session as their delegate. Their
+// events are then delivered by the stream pair's own event thread, so this
+// thread ends here instead of idling in a run loop for ever.
+void ORVANTESDK::openportMFI_thread() {
+  if (auto accessorySession = session.load()) {
+    for (const std::shared_ptr<orvante::Stream>& stream :
+         {std::shared_ptr<orvante::Stream>(accessorySession->inputStream()),
+          std::shared_ptr<orvante::Stream>(accessorySession->outputStream())}) {
+      if (!stream) continue;
+      stream->setDelegate(&internals_->delegates);
+      stream->scheduleInRunLoop();
+      stream->open();
+    }
+  }
+  MFIPortEnable = 1;
+}
+
+void ORVANTESDK::searchMFI() { platform().accessories->showBluetoothAccessoryPicker(); }
+
+std::optional<std::string> ORVANTESDK::BTMAC() {
+  auto chosen = accessory.load();
+  return chosen ? chosen->valueForKey(kMacAddress) : std::nullopt;
+}

@@ -464,6 +464,8 @@ class SocketCore : public std::enable_shared_from_this<SocketCore> {
 
     bool newData = available() > 0;
     for (;;) {
+      // Queued events (an open completed, a failure) go before new ones.
+      deliverPending();
       if (stopping()) break;
       if (newData && available() > 0) deliver(kInput, stream_event::HasBytesAvailable);
       newData = false;

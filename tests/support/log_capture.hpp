@@ -32,6 +32,12 @@ class LogCapture {
     return static_cast<int>(std::count(state_->lines.begin(), state_->lines.end(), line));
   }
   bool has(const std::string& line) const { return count(line) > 0; }
+  // Every line, bracketed, for failure messages.
+  std::string dump() const {
+    std::string all;
+    for (const auto& line : lines()) all += "[" + line + "]";
+    return all;
+  }
 
  private:
   struct State {

@@ -87,7 +87,7 @@ TEST(BlePort, OpeningDiscoversTheSerialServiceAndLogsEachStep) {
         std::string(" 49535343-1E4D-4BD9-BA61-23C647249616 \n"),
         std::string(" 49535343-8841-43F4-A8D4-ECBE34729BB3 \n"),
         std::string("=== Finished set notification ===\n")}) {
-    EXPECT_TRUE(log.has(line)) << line;
+    EXPECT_TRUE(log.has(line)) << line << log.dump();
   }
 }
 
@@ -146,6 +146,7 @@ TEST(BlePort, ReplacingTheReceiveBufferWhileNotificationsArriveIsSafe) {
   Rig rig;
   TestSession session(rig.platform());
   auto printer = openBle(session, rig);
+  session.BLE_OutStream(viewOf("y"));
   std::atomic<bool> done{false};
   std::thread notifier([&] {
     for (int i = 0; i < 2000; ++i) printer->notify(kReceive, bytesOf("x"));
@@ -154,6 +155,7 @@ TEST(BlePort, ReplacingTheReceiveBufferWhileNotificationsArriveIsSafe) {
   while (!done) session.BLE_OutStream(viewOf("y"));
   notifier.join();
   rig.radio->central()->drain();
+  ASSERT_TRUE(session.BLEReceivebuffer.load().has_value());
   EXPECT_LE(session.BLEReceivebuffer.load()->size(), 2000u);
 }
 
@@ -218,7 +220,7 @@ TEST(BlePort, FailuresAreLoggedAndLeaveTheLinkUnready) {
   central->drain();
   central->setState(static_cast<ble::CentralState>(9));
   central->drain();
-  EXPECT_TRUE(log.has("UpdateState:Unauthorized\n"));
+  EXPECT_TRUE(log.has("UpdateState:Unauthorized\n")) << log.dump();
   EXPECT_TRUE(log.has("UpdateState:none\n"));
 }
 

@@ -5,7 +5,10 @@
 #include <orvante/bytes.hpp>
 #include <orvante/exception.hpp>
 #include <orvante/field.hpp>
+#include <orvante/image.hpp>
 #include <orvante/log.hpp>
+#include <orvante/lzss.h>
+#include <orvante/lzss.hpp>
 #include <orvante/platform/platform.hpp>
 #include <orvante/session.hpp>
 #include <orvante/value.hpp>

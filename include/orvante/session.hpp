@@ -11,6 +11,7 @@
 
 #include <orvante/bytes.hpp>
 #include <orvante/field.hpp>
+#include <orvante/image.hpp>
 #include <orvante/platform/platform.hpp>
 #include <orvante/value.hpp>
 
@@ -172,6 +173,19 @@ class ORVANTESDK {
   std::int64_t downloadData(orvante::ByteView data, const std::string& name);
   std::int64_t sendfile(const std::string& path, const std::string& name);
 
+  // --- Monochrome raster ------------------------------------------------------
+  orvante::Bytes fnBitsFromImage(const orvante::Image& image);
+  orvante::Image CovertToBlackAndWhiteScale(const orvante::Image& image,
+                                            const orvante::Value& density);
+  orvante::Image scaleToSize(const orvante::Image& image, orvante::Size size);
+  void SendPic(const orvante::Image& image, std::int32_t x, std::int32_t y);
+  void SendPic_NotPrint(const orvante::Image& image, std::int32_t x, std::int32_t y,
+                        std::int32_t threshold);
+  std::int64_t sendImagebyPath(const std::string& path, std::int32_t x, std::int32_t y,
+                               std::int32_t width, std::int32_t height, std::int32_t threshold);
+  std::int64_t sendImagebyFile(const orvante::Image& image, std::int32_t x, std::int32_t y,
+                               std::int32_t width, std::int32_t height, std::int32_t threshold);
+
   // --- Accessory port ---------------------------------------------------------
   std::int64_t openportMFI();
   std::int64_t openportMFI_delay(double delay);
@@ -287,6 +301,12 @@ class ORVANTESDK {
   enum class Link : int;
   Link currentLink() const;
   std::int64_t sendRawText(orvante::ByteView bytes);
+  // Sends by the builders' rule; returns the link the bytes went to.
+  Link sendBuilderBytes(orvante::ByteView bytes);
+  // Compresses with the encoder's C functions, under the session's lock.
+  orvante::Bytes compressRaster(orvante::ByteView raster);
+  void sendPicture(const orvante::Image& image, std::int32_t x, std::int32_t y, bool whiteFill,
+                   double threshold);
   std::int64_t sendLayout(const std::string& text, const orvante::LayoutRule& rule,
                           std::optional<double> delay);
   std::optional<orvante::Bytes> query(orvante::ByteView command, double tcpPause);

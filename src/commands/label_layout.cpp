@@ -61,21 +61,34 @@ std::string setupText(const V& width, const V& height, const V& speed, const V& 
 
 }  // namespace
 
+ORVANTESDK::Link ORVANTESDK::sendBuilderBytes(orvante::ByteView bytes) {
+  const auto link = currentLink();
+  switch (link) {
+    case Link::Tcp:
+      _printWithStream(oStream.load(), bytes);
+      break;
+    case Link::Accessory:
+      _printWithStream(accessoryOutput(), bytes);
+      break;
+    case Link::Ble:
+      BLE_OutStream(bytes);
+      break;
+    case Link::None:
+      break;
+  }
+  return link;
+}
+
 std::int64_t ORVANTESDK::sendLayout(const std::string& text, const orvante::LayoutRule& rule,
                                     std::optional<double> delay) {
   if (delay) pause(*delay);
   const auto link = currentLink();
   if ((link == Link::Accessory || link == Link::Ble) && rule.keepsText) commandbuffer = text;
-  const auto bytes = orvante::encode(text, rule.encoding);
-  switch (link) {
+  switch (sendBuilderBytes(orvante::encode(text, rule.encoding))) {
     case Link::Tcp:
-      _printWithStream(oStream.load(), bytes);
-      return 1;
     case Link::Accessory:
-      _printWithStream(accessoryOutput(), bytes);
       return 1;
     case Link::Ble:
-      BLE_OutStream(bytes);
       return rule.bleResult;
     case Link::None:
       break;

@@ -84,6 +84,10 @@ struct ORVANTESDK::Internals {
     Internals& internals_;
   };
 
+  // The lock on the session object around the encoder's C functions, whose
+  // state is global.
+  std::recursive_mutex encoderLock;
+
   // Set while the session is being destroyed: loops that would otherwise
   // wait for ever give up.
   std::atomic<bool> destroying{false};

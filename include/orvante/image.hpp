@@ -1,0 +1,46 @@
+#pragma once
+// Images as the raster operations take them: premultiplied RGBA pixels,
+// top row first, with a size in points (pixels divided by the scale).
+
+#include <cstdint>
+#include <string>
+
+#include <orvante/bytes.hpp>
+
+namespace orvante {
+
+struct Size {
+  double width = 0;
+  double height = 0;
+};
+
+class Image {
+ public:
+  // The empty image stands for a missing one.
+  Image() = default;
+  // rgba holds 4 x width x height bytes: R, G, B, A per pixel, colours
+  // premultiplied by alpha. Throws std::invalid_argument on a size mismatch.
+  Image(int width, int height, Bytes rgba, double scale = 1);
+
+  // A fully transparent image.
+  static Image transparent(int width, int height);
+  // Decodes PNG, JPEG and the other common formats; the empty image when
+  // the file cannot be read or decoded.
+  static Image fromFile(const std::string& path);
+  static Image fromData(ByteView bytes);
+
+  bool empty() const { return width_ == 0 || height_ == 0; }
+  int pixelWidth() const { return width_; }
+  int pixelHeight() const { return height_; }
+  double scale() const { return scale_; }
+  Size size() const { return {width_ / scale_, height_ / scale_}; }
+  const Bytes& rgba() const { return rgba_; }
+
+ private:
+  int width_ = 0;
+  int height_ = 0;
+  double scale_ = 1;
+  Bytes rgba_;
+};
+
+}  // namespace orvante

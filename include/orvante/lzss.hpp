@@ -1,0 +1,24 @@
+#pragma once
+// The reentrant door to the LZSS encoder, and its decoder.
+
+#include <stdexcept>
+
+#include <orvante/bytes.hpp>
+
+namespace orvante::lzss {
+
+// The stream LZSSEncoding gives for the same input on its first call, with
+// no console output; safe to call from any thread.
+Bytes encode(ByteView input);
+
+// A stream that is truncated, refers to ring positions nothing has filled,
+// or runs past the expected size.
+class DecodeError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// Expands a stream to exactly `expected` bytes; the stream must end there.
+Bytes decode(ByteView stream, std::size_t expected);
+
+}  // namespace orvante::lzss

@@ -1,0 +1,123 @@
+// Images to the printer: scaling, black-and-white conversion, the alpha
+// raster, and the compressed bitmap packet of SendPic and its kin.
+
+#include <orvante/log.hpp>
+#include <orvante/lzss.h>
+
+#include <cxxabi.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <mutex>
+#include <typeinfo>
+
+#include "../session/internals.hpp"
+#include "../session/link.hpp"
+#include "cairo_image.hpp"
+#include "raster_formats.hpp"
+
+using orvante::Bytes;
+using orvante::ByteView;
+using orvante::Image;
+
+namespace {
+
+constexpr double kPrintThreshold = 128.0;
+const char kPrintOne[] = "\r\nPRINT 1\r\n";
+
+std::string typeName(const std::exception& failure) {
+  int status = 0;
+  char* readable = abi::__cxa_demangle(typeid(failure).name(), nullptr, nullptr, &status);
+  std::string name = status == 0 && readable ? readable : typeid(failure).name();
+  std::free(readable);
+  return name;
+}
+
+// The failure of an imaging operation, as the log reports it.
+std::int64_t reportFailure(const std::exception& failure) {
+  orvante::log("Name: " + typeName(failure));
+  orvante::log(std::string("Reason: ") + failure.what());
+  return -1;
+}
+
+}  // namespace
+
+Bytes ORVANTESDK::compressRaster(ByteView raster) {
+  std::lock_guard lock(internals_->encoderLock);
+  const unsigned char* compressed =
+      LZSSEncoding(raster.data(), static_cast<std::int32_t>(raster.size()));
+  return Bytes(compressed, compressed + GetEncodeDataSize());
+}
+
+void ORVANTESDK::sendPicture(const Image& image, std::int32_t x, std::int32_t y, bool whiteFill,
+                             double threshold) {
+  const auto raster = orvante::raster::thresholdRaster(image, whiteFill, threshold);
+  Bytes packet = orvante::raster::packetHeader(x, y, raster.bytesPerRow, raster.rows);
+  const Bytes compressed = compressRaster(raster.bytes);
+  packet.insert(packet.end(), compressed.begin(), compressed.end());
+  sendBuilderBytes(packet);
+}
+
+void ORVANTESDK::SendPic(const Image& image, std::int32_t x, std::int32_t y) {
+  sendPicture(image, x, y, true, kPrintThreshold);
+  sendcommand(kPrintOne);
+}
+
+void ORVANTESDK::SendPic_NotPrint(const Image& image, std::int32_t x, std::int32_t y,
+                                  std::int32_t threshold) {
+  sendPicture(image, x, y, false, static_cast<double>(threshold));
+}
+
+Bytes ORVANTESDK::fnBitsFromImage(const Image& image) { return orvante::raster::alphaRaster(image); }
+
+// Each pixel turns white when its mean colour, as a fraction of 255, is
+// strictly above the density, and black otherwise; alpha is kept.
+Image ORVANTESDK::CovertToBlackAndWhiteScale(const Image& image, const orvante::Value& density) {
+  const orvante::Size points = image.size();
+  const int width = static_cast<int>(points.width);
+  const int height = static_cast<int>(points.height);
+  Image drawn = orvante::raster::drawImage(width, height, [&](cairo_t* context) {
+    orvante::raster::drawStretched(context, image, width, height);
+  });
+  if (drawn.empty()) return drawn;
+  Bytes rgba = drawn.rgba();
+  const double limit = static_cast<double>(density.floatValue());
+  for (std::size_t i = 0; i < rgba.size(); i += 4) {
+    const double value = (rgba[i] + rgba[i + 1] + rgba[i + 2]) / 3.0 / 255.0;
+    const std::uint8_t tone = value > limit ? 255 : 0;
+    rgba[i] = rgba[i + 1] = rgba[i + 2] = tone;
+  }
+  return Image(width, height, std::move(rgba));
+}
+
+Image ORVANTESDK::scaleToSize(const Image& image, orvante::Size size) {
+  const int width = static_cast<int>(std::ceil(size.width));
+  const int height = static_cast<int>(std::ceil(size.height));
+  return orvante::raster::drawImage(width, height, [&](cairo_t* context) {
+    orvante::raster::drawStretched(context, image, size.width, size.height);
+  });
+}
+
+std::int64_t ORVANTESDK::sendImagebyPath(const std::string& path, std::int32_t x, std::int32_t y,
+                                         std::int32_t width, std::int32_t height,
+                                         std::int32_t threshold) {
+  try {
+    // A file that is missing or no image gives no image; scaled, that is a
+    // transparent rectangle, which this packer reads as dark.
+    return sendImagebyFile(Image::fromFile(path), x, y, width, height, threshold);
+  } catch (const std::exception& failure) {
+    return reportFailure(failure);
+  }
+}
+
+std::int64_t ORVANTESDK::sendImagebyFile(const Image& image, std::int32_t x, std::int32_t y,
+                                         std::int32_t width, std::int32_t height,
+                                         std::int32_t threshold) {
+  try {
+    const Image scaled = scaleToSize(image, {static_cast<double>(width), static_cast<double>(height)});
+    SendPic_NotPrint(scaled, x, y, threshold);
+    return 1;
+  } catch (const std::exception& failure) {
+    return reportFailure(failure);
+  }
+}

@@ -28,8 +28,10 @@ Bytes labelRaster(std::size_t size) {
   const std::size_t row = 150;
   for (std::size_t i = 0; i < size; ++i) {
     const std::size_t line = i / row, column = i % row;
-    if (line % 60 < 20 && column > 10 && column < 140 && (column * 7 + line / 3) % 9 < 3) bytes[i] = 0x00;
-    if (line % 300 > 200 && line % 300 < 260 && column % 3 == 0) bytes[i] = static_cast<std::uint8_t>(rng());
+    if (line % 60 < 20 && column > 10 && column < 140 && (column * 7 + line / 3) % 9 < 3)
+      bytes[i] = 0x00;
+    if (line % 300 > 200 && line % 300 < 260 && column % 3 == 0)
+      bytes[i] = static_cast<std::uint8_t>(rng());
   }
   return bytes;
 }
@@ -47,7 +49,8 @@ orvante::Image labelImage(int width, int height) {
   for (int y = 0; y < height; ++y) {
     for (int x = 0; x < width; ++x) {
       std::uint8_t* p = &rgba[(static_cast<std::size_t>(y) * width + x) * 4];
-      const bool ink = (y % 80 < 30 && (x * 5 + y) % 11 < 4) || (y > height / 2 && y < height / 2 + 200 && x % 7 < 3);
+      const bool ink = (y % 80 < 30 && (x * 5 + y) % 11 < 4) ||
+                       (y > height / 2 && y < height / 2 + 200 && x % 7 < 3);
       const std::uint8_t tone = ink ? 0 : (x + y) % 200 == 0 ? 128 : 255;
       p[0] = p[1] = p[2] = tone;
     }
@@ -142,10 +145,25 @@ void ThresholdAndPack(benchmark::State& state) {
 
 // First, so its memory growth is its own.
 BENCHMARK(SendPicOfA4x6Label)->Args({1200, 1800})->Args({812, 1218})->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(encodeCore, label, labelRaster)->RangeMultiplier(4)->Range(16 << 10, 1 << 20)->Complexity(benchmark::oN)->Unit(benchmark::kMicrosecond);
-BENCHMARK_CAPTURE(encodeCore, random, randomBytes)->RangeMultiplier(4)->Range(16 << 10, 1 << 20)->Complexity(benchmark::oN)->Unit(benchmark::kMicrosecond);
-BENCHMARK_CAPTURE(encodeThroughC, label, labelRaster)->RangeMultiplier(4)->Range(16 << 10, 1 << 20)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(encodeThroughC, random, randomBytes)->RangeMultiplier(2)->Range(16 << 10, 128 << 10)->Complexity(benchmark::oNSquared)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(encodeCore, label, labelRaster)
+    ->RangeMultiplier(4)
+    ->Range(16 << 10, 1 << 20)
+    ->Complexity(benchmark::oN)
+    ->Unit(benchmark::kMicrosecond);
+BENCHMARK_CAPTURE(encodeCore, random, randomBytes)
+    ->RangeMultiplier(4)
+    ->Range(16 << 10, 1 << 20)
+    ->Complexity(benchmark::oN)
+    ->Unit(benchmark::kMicrosecond);
+BENCHMARK_CAPTURE(encodeThroughC, label, labelRaster)
+    ->RangeMultiplier(4)
+    ->Range(16 << 10, 1 << 20)
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(encodeThroughC, random, randomBytes)
+    ->RangeMultiplier(2)
+    ->Range(16 << 10, 128 << 10)
+    ->Complexity(benchmark::oNSquared)
+    ->Unit(benchmark::kMillisecond);
 BENCHMARK(ThresholdAndPack)->Unit(benchmark::kMillisecond);
 
 BENCHMARK_MAIN();

@@ -1,13 +1,13 @@
 #pragma once
 // Everything public of orvante.
 
+#include <orvante/lzss.h>
 #include <orvante/ble_globals.hpp>
 #include <orvante/bytes.hpp>
 #include <orvante/exception.hpp>
 #include <orvante/field.hpp>
 #include <orvante/image.hpp>
 #include <orvante/log.hpp>
-#include <orvante/lzss.h>
 #include <orvante/lzss.hpp>
 #include <orvante/platform/platform.hpp>
 #include <orvante/session.hpp>

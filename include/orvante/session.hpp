@@ -212,8 +212,7 @@ class ORVANTESDK {
   void centralManagerDidUpdateState(orvante::ble::Central& central);
   void centralManager(orvante::ble::Central& central,
                       const std::shared_ptr<orvante::ble::Peripheral>& peripheral,
-                      const orvante::ble::AdvertisementData& advertisementData,
-                      std::int64_t RSSI);
+                      const orvante::ble::AdvertisementData& advertisementData, std::int64_t RSSI);
   void centralManager(orvante::ble::Central& central,
                       const std::shared_ptr<orvante::ble::Peripheral>& peripheral);
   void centralManager(orvante::ble::Central& central,
@@ -247,22 +246,22 @@ class ORVANTESDK {
   // The published fields, in their published order. Integer flags are
   // atomics and object fields are guarded, since the event threads and the
   // BLE queue share them with the caller's thread.
-  orvante::Field<std::shared_ptr<orvante::InputStream>> iStream;                        // 1
-  orvante::Field<std::shared_ptr<orvante::OutputStream>> oStream;                       // 2
+  orvante::Field<std::shared_ptr<orvante::InputStream>> iStream;   // 1
+  orvante::Field<std::shared_ptr<orvante::OutputStream>> oStream;  // 2
   /* 3 readStream: public, above */
-  orvante::Field<std::shared_ptr<orvante::OutputStream>> writeStream;                   // 4
-  orvante::Field<std::optional<orvante::Bytes>> stream_buffer;                          // 5
+  orvante::Field<std::shared_ptr<orvante::OutputStream>> writeStream;  // 4
+  orvante::Field<std::optional<orvante::Bytes>> stream_buffer;         // 5
   /* 6 session, 7 accessory: public, above */
-  orvante::Field<std::optional<std::string>> _protocolString;                           // 8
-  orvante::Field<std::optional<orvante::Bytes>> _writeData;                             // 9
-  orvante::Field<std::optional<orvante::Bytes>> _readData;                              // 10
-  orvante::Field<std::optional<orvante::Bytes>> _TestStream;                            // 11
-  orvante::Field<std::optional<orvante::Bytes>> end;                                    // 12
-  orvante::Field<std::optional<std::string>> endCRLF;                                   // 13
-  std::atomic<bool> isAvailable{false};                                                 // 14
-  orvante::Field<std::optional<orvante::Bytes>> RecvBuffer;                             // 15
-  std::atomic<std::int64_t> error{0};                                                   // 16
-  std::atomic<bool> IsXpico{false};                                                     // 17
+  orvante::Field<std::optional<std::string>> _protocolString;  // 8
+  orvante::Field<std::optional<orvante::Bytes>> _writeData;    // 9
+  orvante::Field<std::optional<orvante::Bytes>> _readData;     // 10
+  orvante::Field<std::optional<orvante::Bytes>> _TestStream;   // 11
+  orvante::Field<std::optional<orvante::Bytes>> end;           // 12
+  orvante::Field<std::optional<std::string>> endCRLF;          // 13
+  std::atomic<bool> isAvailable{false};                        // 14
+  orvante::Field<std::optional<orvante::Bytes>> RecvBuffer;    // 15
+  std::atomic<std::int64_t> error{0};                          // 16
+  std::atomic<bool> IsXpico{false};                            // 17
   orvante::Field<std::optional<std::vector<std::shared_ptr<orvante::ble::Peripheral>>>>
       BLEDeviceList;                                                                    // 18
   orvante::Field<std::shared_ptr<orvante::ble::Service>> cbService;                     // 19

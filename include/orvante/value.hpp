@@ -22,8 +22,7 @@ class Value {
   template <std::signed_integral T>
   Value(T number) : value_(static_cast<std::int64_t>(number)) {}
   template <std::unsigned_integral T>
-    requires(!std::same_as<T, bool>)
-  Value(T number) : value_(static_cast<std::uint64_t>(number)) {}
+  requires(!std::same_as<T, bool>) Value(T number) : value_(static_cast<std::uint64_t>(number)) {}
   template <std::floating_point T>
   Value(T number) : value_(static_cast<double>(number)) {}
 

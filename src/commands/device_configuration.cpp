@@ -18,9 +18,9 @@ namespace {
 const std::string kDone = "1";
 
 const char* const kBatteryReports[] = {
-    "DIAGNOSTIC REPORT SMBSERIAL\r\n",     "DIAGNOSTIC REPORT SMBVOLTAGE\r\n",
-    "DIAGNOSTIC REPORT SMBREMCAPCITY\r\n", "DIAGNOSTIC REPORT SMBTEMPERATURE\r\n",
-    "DIAGNOSTIC REPORT SMBDISCYCLE\r\n",   "DIAGNOSTIC REPORT SMBMANUDATE\r\n",
+    "DIAGNOSTIC REPORT SMBSERIAL\r\n",       "DIAGNOSTIC REPORT SMBVOLTAGE\r\n",
+    "DIAGNOSTIC REPORT SMBREMCAPCITY\r\n",   "DIAGNOSTIC REPORT SMBTEMPERATURE\r\n",
+    "DIAGNOSTIC REPORT SMBDISCYCLE\r\n",     "DIAGNOSTIC REPORT SMBMANUDATE\r\n",
     "DIAGNOSTIC REPORT SMBREPLACECOUNT\r\n", "DIAGNOSTIC REPORT SMBLIFE\r\n",
     "DIAGNOSTIC REPORT SMBSOH\r\n",
 };
@@ -88,7 +88,8 @@ std::string ORVANTESDK::smartbattery_status(std::int64_t selector) {
     sendcommand_getstring("DIAGNOSTIC INTERFACE COM\r\n");
   }
   std::optional<std::string> text = std::string();
-  if (selector >= 0 && selector <= 8) text = asciiReply(sendcommand_getstring(kBatteryReports[selector]));
+  if (selector >= 0 && selector <= 8)
+    text = asciiReply(sendcommand_getstring(kBatteryReports[selector]));
   // A reply that is no text (no link, the error marker) cannot be cut either.
   return cutReport(text.value_or(std::string()));
 }
@@ -105,7 +106,9 @@ std::int64_t ORVANTESDK::rfidWrite(const V& tagType, const V& format, const V& s
                           {tagType, format, startBlock, readDataSize, memoryBank, data}));
 }
 
-std::int64_t ORVANTESDK::rfidDetect() { return sendcommand("RFIDDETECT\r\n"); }
+std::int64_t ORVANTESDK::rfidDetect() {
+  return sendcommand("RFIDDETECT\r\n");
+}
 
 std::optional<std::string> ORVANTESDK::rfidGetReadData() {
   return asciiReply(sendcommand_getstring(""));

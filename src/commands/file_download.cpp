@@ -9,8 +9,8 @@
 #include "../session/link.hpp"
 #include "text_encoding.hpp"
 
-using orvante::ByteView;
 using orvante::Bytes;
+using orvante::ByteView;
 using orvante::TextEncoding;
 
 namespace {

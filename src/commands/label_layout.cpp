@@ -35,13 +35,11 @@ constexpr orvante::LayoutRule kTextBig5{TextEncoding::Big5, -1, true};
 constexpr orvante::LayoutRule kPrint{TextEncoding::Big5Hkscs, 1, true};
 constexpr orvante::LayoutRule kFeed{TextEncoding::Big5Hkscs, 1, false};
 
-constexpr const char* kBarcodeLine =
-    "BARCODE %@, %@, \"%@\", %@, %@, %@, %@, %@, \"%@\"\r\n";
+constexpr const char* kBarcodeLine = "BARCODE %@, %@, \"%@\", %@, %@, %@, %@, %@, \"%@\"\r\n";
 constexpr const char* kTextLine = "TEXT %@, %@, \"%@\", %@, %@, %@, \"%@\"\r\n";
 
 std::string textLine(const V& x, const V& y, const V& fontName, const V& rotation,
-                     const V& magnificationRateX, const V& magnificationRateY,
-                     const V& content) {
+                     const V& magnificationRateX, const V& magnificationRateY, const V& content) {
   return fill(kTextLine,
               {x, y, fontName, rotation, magnificationRateX, magnificationRateY, content});
 }
@@ -109,9 +107,13 @@ std::int64_t ORVANTESDK::setupForWidth(const V& width, const V& height, const V&
                     delay);
 }
 
-std::int64_t ORVANTESDK::clearbuffer() { return sendLayout("CLS\r\n", kClear, std::nullopt); }
+std::int64_t ORVANTESDK::clearbuffer() {
+  return sendLayout("CLS\r\n", kClear, std::nullopt);
+}
 
-std::int64_t ORVANTESDK::clearBuffer(double delay) { return sendLayout("CLS\r\n", kClear, delay); }
+std::int64_t ORVANTESDK::clearBuffer(double delay) {
+  return sendLayout("CLS\r\n", kClear, delay);
+}
 
 std::int64_t ORVANTESDK::barcode(const V& x, const V& y, const V& barcodeType, const V& height,
                                  const V& readable, const V& rotation, const V& narrow,
@@ -120,10 +122,9 @@ std::int64_t ORVANTESDK::barcode(const V& x, const V& y, const V& barcodeType, c
                     kBarcode, std::nullopt);
 }
 
-std::int64_t ORVANTESDK::barcodeFromX(const V& x, const V& y, const V& barcodeType,
-                                      const V& height, const V& readable, const V& rotation,
-                                      const V& narrow, const V& wide, const V& code,
-                                      double delay) {
+std::int64_t ORVANTESDK::barcodeFromX(const V& x, const V& y, const V& barcodeType, const V& height,
+                                      const V& readable, const V& rotation, const V& narrow,
+                                      const V& wide, const V& code, double delay) {
   return sendLayout(barcodeLine(x, y, barcodeType, height, readable, rotation, narrow, wide, code),
                     kBarcode, delay);
 }
@@ -131,46 +132,52 @@ std::int64_t ORVANTESDK::barcodeFromX(const V& x, const V& y, const V& barcodeTy
 std::int64_t ORVANTESDK::printerfont(const V& x, const V& y, const V& fontName, const V& rotation,
                                      const V& magnificationRateX, const V& magnificationRateY,
                                      const V& content) {
-  return sendLayout(textLine(x, y, fontName, rotation, magnificationRateX, magnificationRateY, content),
-                    kTextUtf8, std::nullopt);
+  return sendLayout(
+      textLine(x, y, fontName, rotation, magnificationRateX, magnificationRateY, content),
+      kTextUtf8, std::nullopt);
 }
 
 std::int64_t ORVANTESDK::printerfontFromX(const V& x, const V& y, const V& fontName,
                                           const V& rotation, const V& magnificationRateX,
                                           const V& magnificationRateY, const V& content,
                                           double delay) {
-  return sendLayout(textLine(x, y, fontName, rotation, magnificationRateX, magnificationRateY, content),
-                    kTextUtf8, delay);
+  return sendLayout(
+      textLine(x, y, fontName, rotation, magnificationRateX, magnificationRateY, content),
+      kTextUtf8, delay);
 }
 
 std::int64_t ORVANTESDK::printerfont_GB2321(const V& x, const V& y, const V& fontName,
                                             const V& rotation, const V& magnificationRateX,
                                             const V& magnificationRateY, const V& content) {
-  return sendLayout(textLine(x, y, fontName, rotation, magnificationRateX, magnificationRateY, content),
-                    kTextGb18030, std::nullopt);
+  return sendLayout(
+      textLine(x, y, fontName, rotation, magnificationRateX, magnificationRateY, content),
+      kTextGb18030, std::nullopt);
 }
 
 std::int64_t ORVANTESDK::printerfont_GB2321(const V& x, const V& y, const V& fontName,
                                             const V& rotation, const V& magnificationRateX,
                                             const V& magnificationRateY, const V& content,
                                             double delay) {
-  return sendLayout(textLine(x, y, fontName, rotation, magnificationRateX, magnificationRateY, content),
-                    kTextGb18030, delay);
+  return sendLayout(
+      textLine(x, y, fontName, rotation, magnificationRateX, magnificationRateY, content),
+      kTextGb18030, delay);
 }
 
 std::int64_t ORVANTESDK::printerfont_BIG5(const V& x, const V& y, const V& fontName,
                                           const V& rotation, const V& magnificationRateX,
                                           const V& magnificationRateY, const V& content) {
-  return sendLayout(textLine(x, y, fontName, rotation, magnificationRateX, magnificationRateY, content),
-                    kTextBig5, std::nullopt);
+  return sendLayout(
+      textLine(x, y, fontName, rotation, magnificationRateX, magnificationRateY, content),
+      kTextBig5, std::nullopt);
 }
 
 std::int64_t ORVANTESDK::printerfont_BIG5(const V& x, const V& y, const V& fontName,
                                           const V& rotation, const V& magnificationRateX,
                                           const V& magnificationRateY, const V& content,
                                           double delay) {
-  return sendLayout(textLine(x, y, fontName, rotation, magnificationRateX, magnificationRateY, content),
-                    kTextBig5, delay);
+  return sendLayout(
+      textLine(x, y, fontName, rotation, magnificationRateX, magnificationRateY, content),
+      kTextBig5, delay);
 }
 
 std::int64_t ORVANTESDK::printerfont_UTF8(const V& x, const V& y, const V& fontName,
@@ -183,8 +190,8 @@ std::int64_t ORVANTESDK::printerfont_UTF8(const V& x, const V& y, const V& fontN
                                           const V& rotation, const V& magnificationRateX,
                                           const V& magnificationRateY, const V& content,
                                           double delay) {
-  return printerfontFromX(x, y, fontName, rotation, magnificationRateX, magnificationRateY,
-                          content, delay);
+  return printerfontFromX(x, y, fontName, rotation, magnificationRateX, magnificationRateY, content,
+                          delay);
 }
 
 std::int64_t ORVANTESDK::printlabel(const V& sets, const V& copies) {
@@ -195,9 +202,13 @@ std::int64_t ORVANTESDK::printLabelWithNumberOfSets(const V& sets, const V& copi
   return sendLayout(fill("PRINT %@,%@\r\n", {sets, copies}), kPrint, delay);
 }
 
-std::int64_t ORVANTESDK::formfeed() { return sendLayout("FORMFEED\r\n", kFeed, std::nullopt); }
+std::int64_t ORVANTESDK::formfeed() {
+  return sendLayout("FORMFEED\r\n", kFeed, std::nullopt);
+}
 
-std::int64_t ORVANTESDK::formfeed(double delay) { return sendLayout("FORMFEED\r\n", kFeed, delay); }
+std::int64_t ORVANTESDK::formfeed(double delay) {
+  return sendLayout("FORMFEED\r\n", kFeed, delay);
+}
 
 std::int64_t ORVANTESDK::nobackfeed() {
   return sendLayout("SET TEAR OFF\r\n", kFeed, std::nullopt);

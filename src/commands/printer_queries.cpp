@@ -8,8 +8,8 @@
 #include "../session/link.hpp"
 #include "text_encoding.hpp"
 
-using orvante::ByteView;
 using orvante::Bytes;
+using orvante::ByteView;
 
 namespace {
 
@@ -110,19 +110,25 @@ std::optional<Bytes> ORVANTESDK::query(ByteView command, double tcpPause) {
   return std::nullopt;
 }
 
-std::optional<Bytes> ORVANTESDK::printer_name() { return query(orvante::viewOf(kName), 0.3); }
+std::optional<Bytes> ORVANTESDK::printer_name() {
+  return query(orvante::viewOf(kName), 0.3);
+}
 
 std::optional<Bytes> ORVANTESDK::printer_codepage() {
   return query(orvante::viewOf(kCodePage), 0.3);
 }
 
-std::optional<Bytes> ORVANTESDK::printer_mileage() { return query(orvante::viewOf(kMileage), 0.2); }
+std::optional<Bytes> ORVANTESDK::printer_mileage() {
+  return query(orvante::viewOf(kMileage), 0.2);
+}
 
 std::optional<Bytes> ORVANTESDK::printer_freememory() {
   return query(orvante::viewOf(kFreeMemory), 0.2);
 }
 
-std::optional<Bytes> ORVANTESDK::printer_files() { return query(orvante::viewOf(kFiles), 0.2); }
+std::optional<Bytes> ORVANTESDK::printer_files() {
+  return query(orvante::viewOf(kFiles), 0.2);
+}
 
 std::optional<Bytes> ORVANTESDK::printerstatus() {
   pause(0.2);

@@ -71,7 +71,7 @@ namespace orvante {
 std::optional<std::string> decodeUtf8(ByteView bytes) {
   for (std::size_t i = 0; i < bytes.size();) {
     const auto lead = bytes[i];
-    const std::size_t length = lead < 0x80           ? 1
+    const std::size_t length = lead < 0x80             ? 1
                                : (lead & 0xE0) == 0xC0 ? 2
                                : (lead & 0xF0) == 0xE0 ? 3
                                : (lead & 0xF8) == 0xF0 ? 4

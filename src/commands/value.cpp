@@ -13,7 +13,9 @@ struct Overloaded : F... {
 template <class... F>
 Overloaded(F...) -> Overloaded<F...>;
 
-bool isBlank(char c) { return c == ' ' || c == '\t'; }
+bool isBlank(char c) {
+  return c == ' ' || c == '\t';
+}
 
 std::string shortest(double number) {
   if (std::isnan(number)) return "nan";
@@ -41,8 +43,10 @@ float stringNumber(const std::string& text) {
   double number = 0;
   const auto result = std::from_chars(text.data() + i, text.data() + text.size(), number,
                                       std::chars_format::general);
-  if (result.ec == std::errc::result_out_of_range) number = HUGE_VAL;
-  else if (result.ec != std::errc()) number = 0;
+  if (result.ec == std::errc::result_out_of_range)
+    number = HUGE_VAL;
+  else if (result.ec != std::errc())
+    number = 0;
   return static_cast<float>(negative ? -number : number);
 }
 

@@ -65,7 +65,9 @@ unsigned char* LZSSEncoding(const unsigned char* buffer, int32_t length) {
   return outfile;
 }
 
-uint64_t GetEncodeDataSize(void) { return codesize; }
+uint64_t GetEncodeDataSize(void) {
+  return codesize;
+}
 
 void Encode(void) {
   in_pos = 0;
@@ -77,13 +79,21 @@ void Encode(void) {
   orvante::lzss::encodeLoop(finder, {textsize, codesize}, io);
 }
 
-void InitTree(void) { globalFinder().initTree(); }
+void InitTree(void) {
+  globalFinder().initTree();
+}
 
-void InsertNode(int32_t r) { globalFinder().insertNode(r); }
+void InsertNode(int32_t r) {
+  globalFinder().insertNode(r);
+}
 
-void DeleteNode(int32_t p) { globalFinder().deleteNode(p); }
+void DeleteNode(int32_t p) {
+  globalFinder().deleteNode(p);
+}
 
-int my_getc(void) { return infile[in_pos++]; }
+int my_getc(void) {
+  return infile[in_pos++];
+}
 
 int IsEOF(void) {
   std::printf("%d,%d", in_pos, in_length);

@@ -29,7 +29,9 @@ struct BufferIo {
 
   bool atEnd() const { return next_ >= input.size(); }
   std::uint8_t next() { return input[next_++]; }
-  void emit(const std::uint8_t* bytes, int count) { output.insert(output.end(), bytes, bytes + count); }
+  void emit(const std::uint8_t* bytes, int count) {
+    output.insert(output.end(), bytes, bytes + count);
+  }
   void progress(std::uint64_t) {}
   void summary(std::uint64_t, std::uint64_t) {}
 };
@@ -38,8 +40,8 @@ struct BufferIo {
 
 Bytes encode(ByteView input) {
   auto state = std::make_unique<State>();
-  MatchFinder finder{state->text, state->lson, state->rson, state->dad, state->matchPosition,
-                     state->matchLength};
+  MatchFinder finder{state->text, state->lson,          state->rson,
+                     state->dad,  state->matchPosition, state->matchLength};
   BufferIo io{input, 0, {}};
   // Typical rasters compress to well under half; one reservation covers most.
   io.output.reserve(input.size() / 2 + 16);

@@ -31,7 +31,8 @@ Bytes decode(ByteView stream, std::size_t expected) {
   };
 
   while (out.size() < expected) {
-    if (at >= stream.size()) throw DecodeError("the stream ends before " + std::to_string(expected) + " bytes");
+    if (at >= stream.size())
+      throw DecodeError("the stream ends before " + std::to_string(expected) + " bytes");
     const std::uint8_t flags = stream[at++];
     for (int bit = 0; bit < 8 && out.size() < expected; ++bit) {
       if (flags & (1u << bit)) {

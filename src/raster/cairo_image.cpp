@@ -39,7 +39,8 @@ Image imageOf(cairo_surface_t* surface) {
   Bytes rgba(static_cast<std::size_t>(width) * height * 4);
   std::uint8_t* out = rgba.data();
   for (int y = 0; y < height; ++y) {
-    const auto* row = reinterpret_cast<const std::uint32_t*>(data + static_cast<std::size_t>(y) * stride);
+    const auto* row =
+        reinterpret_cast<const std::uint32_t*>(data + static_cast<std::size_t>(y) * stride);
     for (int x = 0; x < width; ++x, out += 4) {
       const std::uint32_t pixel = row[x];
       out[0] = static_cast<std::uint8_t>(pixel >> 16);

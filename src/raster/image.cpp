@@ -19,8 +19,7 @@ Image fromPixbuf(GdkPixbuf* pixbuf) {
   const int stride = gdk_pixbuf_get_rowstride(pixbuf);
   const bool alpha = gdk_pixbuf_get_has_alpha(pixbuf);
   const guchar* pixels = gdk_pixbuf_read_pixels(pixbuf);
-  if (width <= 0 || height <= 0 || channels < 3 ||
-      gdk_pixbuf_get_bits_per_sample(pixbuf) != 8) {
+  if (width <= 0 || height <= 0 || channels < 3 || gdk_pixbuf_get_bits_per_sample(pixbuf) != 8) {
     return {};
   }
   Bytes rgba(static_cast<std::size_t>(width) * height * 4);

@@ -1,8 +1,8 @@
 // Images to the printer: scaling, black-and-white conversion, the alpha
 // raster, and the compressed bitmap packet of SendPic and its kin.
 
-#include <orvante/log.hpp>
 #include <orvante/lzss.h>
+#include <orvante/log.hpp>
 
 #include <cxxabi.h>
 
@@ -68,7 +68,9 @@ void ORVANTESDK::SendPic_NotPrint(const Image& image, std::int32_t x, std::int32
   sendPicture(image, x, y, false, static_cast<double>(threshold));
 }
 
-Bytes ORVANTESDK::fnBitsFromImage(const Image& image) { return orvante::raster::alphaRaster(image); }
+Bytes ORVANTESDK::fnBitsFromImage(const Image& image) {
+  return orvante::raster::alphaRaster(image);
+}
 
 // Each pixel turns white when its mean colour, as a fraction of 255, is
 // strictly above the density, and black otherwise; alpha is kept.
@@ -114,7 +116,8 @@ std::int64_t ORVANTESDK::sendImagebyFile(const Image& image, std::int32_t x, std
                                          std::int32_t width, std::int32_t height,
                                          std::int32_t threshold) {
   try {
-    const Image scaled = scaleToSize(image, {static_cast<double>(width), static_cast<double>(height)});
+    const Image scaled =
+        scaleToSize(image, {static_cast<double>(width), static_cast<double>(height)});
     SendPic_NotPrint(scaled, x, y, threshold);
     return 1;
   } catch (const std::exception& failure) {

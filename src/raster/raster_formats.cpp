@@ -22,7 +22,9 @@ PaddedRaster thresholdRaster(const Image& image, bool whiteFill, double threshol
       if (x < width) {
         // Over opaque white, a premultiplied colour gains what its alpha lacks.
         const int lift = whiteFill ? 255 - pixel[3] : 0;
-        auto channel = [&](int c) { return static_cast<std::uint8_t>(std::min(255, pixel[c] + lift)); };
+        auto channel = [&](int c) {
+          return static_cast<std::uint8_t>(std::min(255, pixel[c] + lift));
+        };
         light = grey(channel(0), channel(1), channel(2)) >= threshold;
         pixel += 4;
       }
@@ -34,11 +36,11 @@ PaddedRaster thresholdRaster(const Image& image, bool whiteFill, double threshol
 }
 
 Bytes alphaRaster(const Image& image) {
-  const std::size_t size =
-      static_cast<std::size_t>(image.pixelWidth() / 8) * static_cast<std::size_t>(image.pixelHeight());
+  const std::size_t size = static_cast<std::size_t>(image.pixelWidth() / 8) *
+                           static_cast<std::size_t>(image.pixelHeight());
   Bytes bits(size, 0);
-  const std::size_t pixels = std::min(static_cast<std::size_t>(image.pixelWidth()) * image.pixelHeight(),
-                                      size * 8);
+  const std::size_t pixels =
+      std::min(static_cast<std::size_t>(image.pixelWidth()) * image.pixelHeight(), size * 8);
   const std::uint8_t* rgba = image.rgba().data();
   for (std::size_t i = 0; i < pixels; ++i) {
     if (rgba[i * 4 + 3] == 0) bits[i / 8] |= static_cast<std::uint8_t>(0x80 >> (i % 8));

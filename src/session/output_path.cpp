@@ -8,8 +8,8 @@
 
 #include "internals.hpp"
 
-using orvante::ByteView;
 using orvante::Bytes;
+using orvante::ByteView;
 
 namespace {
 

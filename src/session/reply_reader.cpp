@@ -14,7 +14,9 @@ constexpr std::size_t kReadBlock = 512;
 
 }  // namespace
 
-orvante::Bytes orvante::ReadStreamMember::operator()() { return session_.readReply(); }
+orvante::Bytes orvante::ReadStreamMember::operator()() {
+  return session_.readReply();
+}
 
 std::shared_ptr<orvante::InputStream> ORVANTESDK::replySource() {
   if (EthernetPortEnable == 1) return iStream.load();

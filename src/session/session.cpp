@@ -8,8 +8,8 @@
 #include "internals.hpp"
 #include "notice.hpp"
 
-using orvante::ByteView;
 using orvante::Bytes;
+using orvante::ByteView;
 
 namespace {
 
@@ -72,9 +72,13 @@ void ORVANTESDK::detachEverything() {
   internals_->joinThreads();
 }
 
-const orvante::Platform& ORVANTESDK::platform() const { return internals_->platform; }
+const orvante::Platform& ORVANTESDK::platform() const {
+  return internals_->platform;
+}
 
-void ORVANTESDK::pause(double seconds) { internals_->platform.clock->sleepFor(seconds); }
+void ORVANTESDK::pause(double seconds) {
+  internals_->platform.clock->sleepFor(seconds);
+}
 
 void ORVANTESDK::keepAbandoned(orvante::StreamPair streams) {
   if (!streams.input && !streams.output) return;
@@ -112,7 +116,9 @@ void ORVANTESDK::_checkIfConnecting() {
   throw orvante::Exception("NoConnectionException", "Connection isn't estabilshed.");
 }
 
-void ORVANTESDK::about() { orvante::showNotice({"Version", "1.0A", "OK"}); }
+void ORVANTESDK::about() {
+  orvante::showNotice({"Version", "1.0A", "OK"});
+}
 
 void ORVANTESDK::timeout(const orvante::Value&) {
   about();
@@ -137,4 +143,6 @@ void ORVANTESDK::setSession(std::shared_ptr<orvante::AccessorySession> value) {
   session = std::move(value);
 }
 
-void ORVANTESDK::setCM(std::shared_ptr<orvante::ble::Central> value) { CM = std::move(value); }
+void ORVANTESDK::setCM(std::shared_ptr<orvante::ble::Central> value) {
+  CM = std::move(value);
+}

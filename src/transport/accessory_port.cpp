@@ -66,7 +66,9 @@ std::int64_t ORVANTESDK::openAccessory(const std::string& protocol,
   return MFIPortEnable == 1 ? 1 : -1;
 }
 
-std::int64_t ORVANTESDK::openportMFI() { return openAccessory(kDataPath, std::nullopt, false, kSettle); }
+std::int64_t ORVANTESDK::openportMFI() {
+  return openAccessory(kDataPath, std::nullopt, false, kSettle);
+}
 
 std::int64_t ORVANTESDK::openportMFI_delay(double delay) {
   return openAccessory(kDataPath, std::nullopt, true, delay);
@@ -105,7 +107,9 @@ void ORVANTESDK::openportMFI_thread() {
   MFIPortEnable = 1;
 }
 
-void ORVANTESDK::searchMFI() { platform().accessories->showBluetoothAccessoryPicker(); }
+void ORVANTESDK::searchMFI() {
+  platform().accessories->showBluetoothAccessoryPicker();
+}
 
 std::optional<std::string> ORVANTESDK::BTMAC() {
   auto chosen = accessory.load();

@@ -10,8 +10,8 @@
 #include <orvante/log.hpp>
 #include <orvante/session.hpp>
 
-#include "../session/describe.hpp"
 #include "../commands/text_encoding.hpp"
+#include "../session/describe.hpp"
 #include "../session/internals.hpp"
 
 extern "C" {
@@ -173,15 +173,14 @@ void ORVANTESDK::peripheral(const std::shared_ptr<ble::Peripheral>& peripheral,
 }
 
 void ORVANTESDK::peripheral(const std::shared_ptr<ble::Peripheral>& peripheral,
-                            const std::shared_ptr<ble::Service>& service,
-                            const ble::Error* error) {
+                            const std::shared_ptr<ble::Service>& service, const ble::Error* error) {
   if (error) {
     log("Characteristic discorvery unsuccessfull !\n");
     BLEPortEnable = 0;
     return;
   }
-  const auto characteristics = service ? service->characteristics()
-                                       : std::vector<std::shared_ptr<ble::Characteristic>>{};
+  const auto characteristics =
+      service ? service->characteristics() : std::vector<std::shared_ptr<ble::Characteristic>>{};
   log("=========== " + std::to_string(characteristics.size()) + " Characteristics of " +
       (service ? service->uuid().text() : "(null)") + " service ");
   const auto services = peripheral->services();
@@ -223,8 +222,8 @@ void ORVANTESDK::peripheral(const std::shared_ptr<ble::Peripheral>& peripheral,
 }
 
 void ORVANTESDK::peripheralDidUpdateValueForCharacteristic(
-    const std::shared_ptr<ble::Peripheral>&, const std::shared_ptr<ble::Characteristic>& characteristic,
-    const ble::Error*) {
+    const std::shared_ptr<ble::Peripheral>&,
+    const std::shared_ptr<ble::Characteristic>& characteristic, const ble::Error*) {
   if (!(characteristic->uuid() == kReceive)) return;
   const auto value = characteristic->value().value_or(orvante::Bytes{});
   std::atomic_ref(BleReceivedLen).store(static_cast<std::int32_t>(value.size()));

@@ -89,6 +89,8 @@ bool SerialQueue::isCurrent() const {
   return state_->threadId == std::this_thread::get_id();
 }
 
-const std::string& SerialQueue::name() const { return state_->name; }
+const std::string& SerialQueue::name() const {
+  return state_->name;
+}
 
 }  // namespace orvante::transport

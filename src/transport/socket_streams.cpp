@@ -25,7 +25,9 @@ namespace {
 
 enum Side { kInput = 0, kOutput = 1 };
 
-std::string describeErrno(int code) { return std::strerror(code); }
+std::string describeErrno(int code) {
+  return std::strerror(code);
+}
 
 // Name resolution runs on a detached thread that owns its half of this
 // state, so closing a pair never waits for a slow resolver.
@@ -372,9 +374,9 @@ class SocketCore : public std::enable_shared_from_this<SocketCore> {
     }
     std::string lastError = "no address";
     for (addrinfo* address = addresses; address; address = address->ai_next) {
-      const int fd = ::socket(address->ai_family,
-                              address->ai_socktype | SOCK_NONBLOCK | SOCK_CLOEXEC,
-                              address->ai_protocol);
+      const int fd =
+          ::socket(address->ai_family, address->ai_socktype | SOCK_NONBLOCK | SOCK_CLOEXEC,
+                   address->ai_protocol);
       if (fd < 0) {
         lastError = describeErrno(errno);
         continue;
@@ -527,9 +529,9 @@ class SocketCore : public std::enable_shared_from_this<SocketCore> {
   const int wakeFd_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   std::thread thread_;
 
-  mutable std::mutex mutex_;            // the state below
-  std::recursive_mutex delivery_;       // held while a delegate runs
-  std::shared_mutex fdMutex_;           // shared while the socket is used
+  mutable std::mutex mutex_;       // the state below
+  std::recursive_mutex delivery_;  // held while a delegate runs
+  std::shared_mutex fdMutex_;      // shared while the socket is used
   std::array<SideState, 2> sides_{};
   std::deque<PendingEvent> pending_;
   std::string error_;

@@ -66,7 +66,8 @@ void ORVANTESDK::openport_thread(const std::string& host) {
   writeStream = pair.output;
   keepAbandoned({iStream.exchange(pair.input), oStream.exchange(pair.output)});
   for (const std::shared_ptr<orvante::Stream>& stream :
-       {std::shared_ptr<orvante::Stream>(pair.input), std::shared_ptr<orvante::Stream>(pair.output)}) {
+       {std::shared_ptr<orvante::Stream>(pair.input),
+        std::shared_ptr<orvante::Stream>(pair.output)}) {
     if (!stream) continue;
     stream->setDelegate(&internals_->delegates);
     stream->scheduleInRunLoop();
@@ -83,11 +84,17 @@ void ORVANTESDK::openport_thread(const std::string& host) {
 // closeport waits 1.5 s in the TCP and accessory branches and clears the
 // TCP flag first; the timed variants pause before anything else instead and
 // clear the flag last.
-std::int64_t ORVANTESDK::closeport() { return closeLink(std::nullopt, true); }
+std::int64_t ORVANTESDK::closeport() {
+  return closeLink(std::nullopt, true);
+}
 
-std::int64_t ORVANTESDK::closeport(double delay) { return closeLink(delay, true); }
+std::int64_t ORVANTESDK::closeport(double delay) {
+  return closeLink(delay, true);
+}
 
-std::int64_t ORVANTESDK::closeport_withtime(double delay) { return closeLink(delay, false); }
+std::int64_t ORVANTESDK::closeport_withtime(double delay) {
+  return closeLink(delay, false);
+}
 
 std::int64_t ORVANTESDK::closeLink(std::optional<double> delayBefore, bool disconnectBle) {
   const bool settle = !delayBefore.has_value();

@@ -15,8 +15,7 @@ class UnsupportedCentral final : public ble::Central {
 
 }  // namespace
 
-std::shared_ptr<ble::Central> NoBleAdapter::makeCentral(ble::CentralDelegate&,
-                                                        const std::string&) {
+std::shared_ptr<ble::Central> NoBleAdapter::makeCentral(ble::CentralDelegate&, const std::string&) {
   return std::make_shared<UnsupportedCentral>();
 }
 

@@ -17,11 +17,13 @@ namespace {
 class FileDownload : public ::testing::Test {
  protected:
   std::string file(std::size_t size) {
-    const auto path = std::filesystem::temp_directory_path() /
-                      ("orvante-download-" + std::to_string(::getpid()) + "-" + std::to_string(size));
+    const auto path =
+        std::filesystem::temp_directory_path() /
+        ("orvante-download-" + std::to_string(::getpid()) + "-" + std::to_string(size));
     std::ofstream out(path, std::ios::binary);
     const Bytes bytes = pattern(size);
-    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    out.write(reinterpret_cast<const char*>(bytes.data()),
+              static_cast<std::streamsize>(bytes.size()));
     paths_.push_back(path);
     return path;
   }
@@ -49,8 +51,8 @@ TEST_F(FileDownload, ChunksPausesAndTraceLinesFollowTheFileSize) {
     std::vector<double> pauses;
     int traceLines;
   };
-  for (const auto& current : {Case{49999, {0.5}, 0}, Case{50000, {2, 2, 0.5}, 2},
-                              Case{120000, {2, 2, 2, 0.5}, 3}}) {
+  for (const auto& current :
+       {Case{49999, {0.5}, 0}, Case{50000, {2, 2, 0.5}, 2}, Case{120000, {2, 2, 2, 0.5}, 3}}) {
     Rig rig;
     TestSession session(rig.platform());
     LoopbackPrinter printer;

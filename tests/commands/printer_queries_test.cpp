@@ -23,12 +23,18 @@ struct Query {
 
 const std::vector<Query>& queries() {
   static const std::vector<Query> all = {
-      {"printer_name", [](TestSession& s) { return s.printer_name(); }, "~!T", "pause 0.3 | ", "LP-2824\r"},
-      {"printer_codepage", [](TestSession& s) { return s.printer_codepage(); }, "~!I", "pause 0.3 | ", "8859-1\r"},
-      {"printer_mileage", [](TestSession& s) { return s.printer_mileage(); }, "~!@", "pause 0.2 | ", "12.5\r"},
-      {"printer_freememory", [](TestSession& s) { return s.printer_freememory(); }, "~!A", "pause 0.2 | ", "1048576\r"},
-      {"printer_files", [](TestSession& s) { return s.printer_files(); }, "~!F", "pause 0.2 | ", "LOGO.BMP\rA.TTF\r\x1A"},
-      {"printerstatus", [](TestSession& s) { return s.printerstatus(); }, "\x1B!?", "pause 0.2 | ", std::string(1, '\0')},
+      {"printer_name", [](TestSession& s) { return s.printer_name(); }, "~!T", "pause 0.3 | ",
+       "LP-2824\r"},
+      {"printer_codepage", [](TestSession& s) { return s.printer_codepage(); }, "~!I",
+       "pause 0.3 | ", "8859-1\r"},
+      {"printer_mileage", [](TestSession& s) { return s.printer_mileage(); }, "~!@", "pause 0.2 | ",
+       "12.5\r"},
+      {"printer_freememory", [](TestSession& s) { return s.printer_freememory(); }, "~!A",
+       "pause 0.2 | ", "1048576\r"},
+      {"printer_files", [](TestSession& s) { return s.printer_files(); }, "~!F", "pause 0.2 | ",
+       "LOGO.BMP\rA.TTF\r\x1A"},
+      {"printerstatus", [](TestSession& s) { return s.printerstatus(); }, "\x1B!?", "pause 0.2 | ",
+       std::string(1, '\0')},
   };
   return all;
 }
@@ -137,7 +143,8 @@ TEST(PrinterQueries, OnBleTheReplySettlesInTheReceiveBuffer) {
   auto printer = openBle(session, rig);
   auto central = rig.radio->central();
   printer->setResponder([](fakes::FakePeripheral& self, const ble::Uuid&, ByteView data) {
-    if (textOf(data) == "~!T") self.notify("49535343-1E4D-4BD9-BA61-23C647249616", bytesOf("LP-2824\r"));
+    if (textOf(data) == "~!T")
+      self.notify("49535343-1E4D-4BD9-BA61-23C647249616", bytesOf("LP-2824\r"));
   });
   // Every pause lets the radio deliver what it has.
   rig.clock->onPause([&](double) { central->drain(); });
@@ -167,7 +174,8 @@ TEST(PrinterQueries, OnASerialBridgeEachPassReadsTheReceiveCharacteristic) {
 }
 
 TEST(PrinterQueries, OnBleGetStringPausesOneSecondPerThousandBytes) {
-  for (const auto& [size, pause] : std::vector<std::pair<std::size_t, double>>{{2500, 2}, {999, 0}}) {
+  for (const auto& [size, pause] :
+       std::vector<std::pair<std::size_t, double>>{{2500, 2}, {999, 0}}) {
     Rig rig;
     TestSession session(rig.platform());
     auto printer = openBle(session, rig);

@@ -46,7 +46,8 @@ Bytes labelRaster(std::mt19937& rng, std::size_t size) {
   Bytes bytes(size, 0xFF);
   for (std::size_t i = 0; i < size; ++i) {
     const std::size_t line = i / row, column = i % row;
-    if (line % 40 < 12 && column > 10 && column < 90 && (column * 7 + line) % 5 < 2) bytes[i] = 0x00;
+    if (line % 40 < 12 && column > 10 && column < 90 && (column * 7 + line) % 5 < 2)
+      bytes[i] = 0x00;
     if (line % 97 == 3) bytes[i] = static_cast<std::uint8_t>(rng() & 0xF0);
   }
   return bytes;
@@ -64,7 +65,8 @@ std::vector<std::string> units(ByteView stream) {
         found.emplace_back(1, static_cast<char>(stream[at++]));
       } else {
         const int position = stream[at] | ((stream[at + 1] & 0xF0) << 4);
-        found.push_back("@" + std::to_string(position) + "+" + std::to_string((stream[at + 1] & 15) + 3));
+        found.push_back("@" + std::to_string(position) + "+" +
+                        std::to_string((stream[at + 1] & 15) + 3));
         at += 2;
       }
     }
@@ -143,7 +145,7 @@ TEST(Lzss, RoundTripsAndBothDoorsAgreeOnManyInputs) {
   std::mt19937 rng(20261122);
   for (int round = 0; round < 120; ++round) {
     const std::size_t size = round < 60 ? rng() % 300 : rng() % 20000;
-    const Bytes input = round % 3 == 0 ? randomBytes(rng, size)
+    const Bytes input = round % 3 == 0   ? randomBytes(rng, size)
                         : round % 3 == 1 ? runs(rng, size)
                                          : labelRaster(rng, size);
     const Bytes encoded = lzss::encode(input);
@@ -173,7 +175,8 @@ TEST(Lzss, TheDecoderRefusesBrokenStreams) {
   const Bytes encoded = lzss::encode(text);
   // A match that copies bytes it is producing.
   EXPECT_EQ(lzss::decode(lzss::encode(Bytes(40, 'a')), 40), Bytes(40, 'a'));
-  EXPECT_THROW(lzss::decode(ByteView(encoded).first(encoded.size() - 1), text.size()), lzss::DecodeError);
+  EXPECT_THROW(lzss::decode(ByteView(encoded).first(encoded.size() - 1), text.size()),
+               lzss::DecodeError);
   EXPECT_THROW(lzss::decode(encoded, text.size() + 1), lzss::DecodeError);
   EXPECT_THROW(lzss::decode(encoded, text.size() - 2), lzss::DecodeError);
   // A match into ring positions the stream never filled.

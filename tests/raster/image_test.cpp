@@ -41,10 +41,11 @@ TEST(Image, PngDecodesToPremultipliedPixels) {
 }
 
 TEST(Image, FilesDecodeLikeTheirBytes) {
-  const auto path = std::filesystem::temp_directory_path() / ("orvante-image-" + std::to_string(::getpid()) + ".png");
+  const auto path = std::filesystem::temp_directory_path() /
+                    ("orvante-image-" + std::to_string(::getpid()) + ".png");
   const Bytes png = encoded("png");
-  std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(png.data()),
-                                              static_cast<std::streamsize>(png.size()));
+  std::ofstream(path, std::ios::binary)
+      .write(reinterpret_cast<const char*>(png.data()), static_cast<std::streamsize>(png.size()));
   EXPECT_EQ(Image::fromFile(path).rgba(), Image::fromData(png).rgba());
   std::filesystem::remove(path);
 }

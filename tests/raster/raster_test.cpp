@@ -92,8 +92,8 @@ TEST_F(RasterTest, SendPicDrawsOnWhiteThresholdsAt128AndPrints) {
 
 TEST_F(RasterTest, ThePacketHeaderCarriesPositionAndRasterSize) {
   const auto packet = send([](auto& s) { s.SendPic(filled(100, 50, 255, 255, 255), 300, 20); });
-  EXPECT_EQ(packet.header, (Bytes{0x21, 0x53, 0x2C, 0x01, 0x14, 0x00, 0x0D, 0x00, 0x32, 0x00, 0,
-                                  0, 0, 0, 0, 0}));
+  EXPECT_EQ(packet.header,
+            (Bytes{0x21, 0x53, 0x2C, 0x01, 0x14, 0x00, 0x0D, 0x00, 0x32, 0x00, 0, 0, 0, 0, 0, 0}));
   EXPECT_EQ(packet.raster, Bytes(13 * 50, 0xFF));
 
   // No pixels: the header alone, with zero sizes, and still the print.
@@ -105,13 +105,15 @@ TEST_F(RasterTest, ThePacketHeaderCarriesPositionAndRasterSize) {
 
 TEST_F(RasterTest, WithoutTheFillTransparentIsDarkAndTheThresholdIsTheCallers) {
   bool printed = true;
-  EXPECT_EQ(send([](auto& s) { s.SendPic_NotPrint(Image::transparent(8, 1), 0, 0, 1); }, &printed).raster,
-            Bytes{0x00});
+  EXPECT_EQ(
+      send([](auto& s) { s.SendPic_NotPrint(Image::transparent(8, 1), 0, 0, 1); }, &printed).raster,
+      Bytes{0x00});
   EXPECT_FALSE(printed);
   EXPECT_EQ(send([](auto& s) { s.SendPic_NotPrint(filled(8, 1, 0, 0, 0), 0, 0, 0); }).raster,
             Bytes{0xFF});
-  EXPECT_EQ(send([](auto& s) { s.SendPic_NotPrint(filled(8, 1, 100, 100, 100), 0, 0, 101); }).raster,
-            Bytes{0x00});
+  EXPECT_EQ(
+      send([](auto& s) { s.SendPic_NotPrint(filled(8, 1, 100, 100, 100), 0, 0, 101); }).raster,
+      Bytes{0x00});
 }
 
 TEST_F(RasterTest, AMissingImageFileSendsADarkRectangle) {
@@ -145,8 +147,9 @@ TEST(Raster, TheAlphaRasterMarksWhatWasDrawn) {
   TestSession session(rig.platform());
   std::vector<std::array<std::uint8_t, 4>> colours;
   for (int y = 0; y < 2; ++y) {
-    for (int x = 0; x < 16; ++x) colours.push_back(x < 8 ? std::array<std::uint8_t, 4>{255, 0, 0, 255}
-                                                         : std::array<std::uint8_t, 4>{0, 0, 0, 0});
+    for (int x = 0; x < 16; ++x)
+      colours.push_back(x < 8 ? std::array<std::uint8_t, 4>{255, 0, 0, 255}
+                              : std::array<std::uint8_t, 4>{0, 0, 0, 0});
   }
   EXPECT_EQ(session.fnBitsFromImage(pixels(16, 2, colours)), (Bytes{0x00, 0xFF, 0x00, 0xFF}));
   // A width that is no multiple of 8 fills (12 / 8) x 2 bytes and stops.

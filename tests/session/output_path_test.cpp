@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "log_capture.hpp"
 #include "links.hpp"
+#include "log_capture.hpp"
 
 using namespace orvante;
 using namespace orvante::testing;

@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "log_capture.hpp"
 #include "links.hpp"
+#include "log_capture.hpp"
 
 using namespace orvante;
 using namespace orvante::testing;
@@ -16,7 +16,9 @@ namespace {
 constexpr double kTenth = 0.1;
 
 // Keeps the event handler away from the input, so the test reads it alone.
-void silenceEvents(TestSession& session) { session.iStream.load()->removeFromRunLoop(); }
+void silenceEvents(TestSession& session) {
+  session.iStream.load()->removeFromRunLoop();
+}
 
 }  // namespace
 

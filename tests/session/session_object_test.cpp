@@ -5,8 +5,8 @@
 
 #include <chrono>
 
-#include "log_capture.hpp"
 #include "links.hpp"
+#include "log_capture.hpp"
 
 using namespace orvante;
 using namespace orvante::testing;
@@ -49,9 +49,9 @@ TEST(SessionObject, StreamStatusReportsTheLinkThatOutputWouldTake) {
   // BLE reports the radio: on is "open", off is "not open", the rest unusable.
   session.MFI_port = 0;
   const std::pair<ble::CentralState, int> expected[] = {
-      {ble::CentralState::PoweredOn, 2},     {ble::CentralState::PoweredOff, 0},
-      {ble::CentralState::Unknown, -1},      {ble::CentralState::Resetting, -1},
-      {ble::CentralState::Unsupported, -1},  {ble::CentralState::Unauthorized, -1},
+      {ble::CentralState::PoweredOn, 2},    {ble::CentralState::PoweredOff, 0},
+      {ble::CentralState::Unknown, -1},     {ble::CentralState::Resetting, -1},
+      {ble::CentralState::Unsupported, -1}, {ble::CentralState::Unauthorized, -1},
   };
   for (const auto& [state, status] : expected) {
     central->setState(state);

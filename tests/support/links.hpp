@@ -22,7 +22,8 @@ inline void openTcp(TestSession& session, Rig& rig, LoopbackPrinter& printer) {
 // An open accessory session to a fake printer, as the accessory link
 // leaves it once its thread has run.
 inline std::shared_ptr<AccessorySession> openAccessorySession(Rig& rig) {
-  auto printer = std::make_shared<fakes::FakeAccessory>("Printer", std::vector<std::string>{kDataPath});
+  auto printer =
+      std::make_shared<fakes::FakeAccessory>("Printer", std::vector<std::string>{kDataPath});
   auto accessorySession = rig.accessories->openSession(printer, kDataPath);
   accessorySession->inputStream()->open();
   accessorySession->outputStream()->open();
@@ -34,9 +35,8 @@ inline void openAccessory(TestSession& session, Rig& rig) {
   session.setSession(accessorySession);
   session.MFI_port = 1;
   session.MFIPortEnable = 1;
-  ASSERT_TRUE(eventually([&] {
-    return accessorySession->outputStream()->streamStatus() == StreamStatus::Open;
-  }));
+  ASSERT_TRUE(eventually(
+      [&] { return accessorySession->outputStream()->streamStatus() == StreamStatus::Open; }));
   rig.timeline->clear();
 }
 
@@ -54,17 +54,20 @@ inline std::shared_ptr<fakes::FakePeripheral> openBle(TestSession& session, Rig&
 // The bytes written to the BLE write characteristic, in order.
 inline Bytes bleBytes(const fakes::FakePeripheral& printer) {
   Bytes bytes;
-  for (const auto& write : printer.writes()) bytes.insert(bytes.end(), write.data.begin(), write.data.end());
+  for (const auto& write : printer.writes())
+    bytes.insert(bytes.end(), write.data.begin(), write.data.end());
   return bytes;
 }
 
 // A printer that answers each query it recognises at the end of what it
 // received so far.
-inline fakes::PrinterPeer::Responder answering(std::vector<std::pair<std::string, std::string>> replies) {
+inline fakes::PrinterPeer::Responder answering(
+    std::vector<std::pair<std::string, std::string>> replies) {
   return [replies](fakes::PrinterPeer& peer, ByteView, ByteView all) {
     const std::string text = textOf(all);
     for (const auto& [query, reply] : replies) {
-      if (text.size() >= query.size() && text.compare(text.size() - query.size(), query.size(), query) == 0) {
+      if (text.size() >= query.size() &&
+          text.compare(text.size() - query.size(), query.size(), query) == 0) {
         peer.send(viewOf(reply));
       }
     }

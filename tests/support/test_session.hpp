@@ -8,48 +8,53 @@
 
 #include <orvante/orvante.hpp>
 
-#include "timeline.hpp"
 #include "transport/fakes/fake_accessories.hpp"
 #include "transport/fakes/fake_ble.hpp"
 #include "transport/fakes/loopback_printer.hpp"
+#include "transport/fakes/recording.hpp"
 #include "transport/socket_streams.hpp"
 
 namespace orvante::testing {
 
+using fakes::EventGate;
 using fakes::LoopbackPrinter;
+using fakes::RecordingClock;
+using fakes::RecordingStreamFactory;
 using fakes::refusedPort;
+using fakes::show;
+using fakes::Timeline;
 
 class TestSession : public ORVANTESDK {
  public:
-  using ORVANTESDK::ORVANTESDK;
-  using ORVANTESDK::iStream;
-  using ORVANTESDK::oStream;
-  using ORVANTESDK::writeStream;
-  using ORVANTESDK::stream_buffer;
   using ORVANTESDK::_protocolString;
-  using ORVANTESDK::_writeData;
   using ORVANTESDK::_readData;
   using ORVANTESDK::_TestStream;
-  using ORVANTESDK::end;
-  using ORVANTESDK::endCRLF;
-  using ORVANTESDK::isAvailable;
-  using ORVANTESDK::RecvBuffer;
-  using ORVANTESDK::error;
-  using ORVANTESDK::IsXpico;
+  using ORVANTESDK::_writeData;
   using ORVANTESDK::BLEDeviceList;
-  using ORVANTESDK::cbService;
-  using ORVANTESDK::connectPeripheral;
-  using ORVANTESDK::cbWirteCharacteristic;
-  using ORVANTESDK::cbReadCharacteristic;
   using ORVANTESDK::BLEPortEnable;
   using ORVANTESDK::BLEReceivebuffer;
+  using ORVANTESDK::buffer;
+  using ORVANTESDK::cbReadCharacteristic;
+  using ORVANTESDK::cbService;
+  using ORVANTESDK::cbWirteCharacteristic;
+  using ORVANTESDK::commandbuffer;
+  using ORVANTESDK::connectPeripheral;
+  using ORVANTESDK::end;
+  using ORVANTESDK::endCRLF;
+  using ORVANTESDK::error;
+  using ORVANTESDK::EthernetPortEnable;
+  using ORVANTESDK::isAvailable;
+  using ORVANTESDK::iStream;
+  using ORVANTESDK::IsXpico;
   using ORVANTESDK::MFI_port;
   using ORVANTESDK::MFIPortEnable;
-  using ORVANTESDK::EthernetPortEnable;
+  using ORVANTESDK::ORVANTESDK;
+  using ORVANTESDK::oStream;
   using ORVANTESDK::receivejudge;
+  using ORVANTESDK::RecvBuffer;
   using ORVANTESDK::sendjudge;
-  using ORVANTESDK::buffer;
-  using ORVANTESDK::commandbuffer;
+  using ORVANTESDK::stream_buffer;
+  using ORVANTESDK::writeStream;
 };
 
 // Fake services for one test: a timeline of pauses and writes, real TCP

@@ -15,7 +15,8 @@ namespace {
 // thread has run by the time the result is read.
 constexpr double kTenth = 0.1;
 
-std::shared_ptr<fakes::FakeAccessory> printerNamed(std::string name, std::string mac = "00:11:22:33:44:55",
+std::shared_ptr<fakes::FakeAccessory> printerNamed(std::string name,
+                                                   std::string mac = "00:11:22:33:44:55",
                                                    std::string protocol = kDataPath) {
   return std::make_shared<fakes::FakeAccessory>(
       std::move(name), std::vector<std::string>{"com.example.other", std::move(protocol)},

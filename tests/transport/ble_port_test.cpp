@@ -83,7 +83,8 @@ TEST(BlePort, OpeningDiscoversTheSerialServiceAndLogsEachStep) {
         std::string("Service found with UUID: 49535343-FE7D-4AE5-8FA9-9FAFD205E455\n"),
         std::string("=========== 1 Characteristics of 180A service "),
         std::string("Manufacture: Orvante Labs\n"),
-        std::string("=========== 2 Characteristics of 49535343-FE7D-4AE5-8FA9-9FAFD205E455 service "),
+        std::string(
+            "=========== 2 Characteristics of 49535343-FE7D-4AE5-8FA9-9FAFD205E455 service "),
         std::string(" 49535343-1E4D-4BD9-BA61-23C647249616 \n"),
         std::string(" 49535343-8841-43F4-A8D4-ECBE34729BB3 \n"),
         std::string("=== Finished set notification ===\n")}) {
@@ -105,7 +106,8 @@ TEST(BlePort, MessagesGoOutIn20BytePacketsOnEitherWritePath) {
     EXPECT_EQ(session.BLE_OutStream({}), 1);
     EXPECT_EQ(packetSizes(*printer), (std::vector<std::size_t>{20, 20, 5, 20, 20, 0}));
     for (const auto& write : printer->writes()) {
-      EXPECT_EQ(write.type, bridge ? ble::WriteType::WithoutResponse : ble::WriteType::WithResponse);
+      EXPECT_EQ(write.type,
+                bridge ? ble::WriteType::WithoutResponse : ble::WriteType::WithResponse);
       EXPECT_EQ(write.characteristic, kWrite);
     }
     // The bridge needs a tenth of a second after every packet.
@@ -177,9 +179,8 @@ TEST(BlePort, DisconnectingLogsAndClearsTheFlag) {
 
   // The printer going away in the middle of a message.
   auto printer = openBle(session, rig);
-  printer->setResponder([](fakes::FakePeripheral& self, const ble::Uuid&, ByteView) {
-    self.dropConnection();
-  });
+  printer->setResponder(
+      [](fakes::FakePeripheral& self, const ble::Uuid&, ByteView) { self.dropConnection(); });
   EXPECT_EQ(session.BLE_OutStream(pattern(100)), 1);
   ASSERT_TRUE(eventually([&] { return session.BLEPortEnable == 0; }));
   EXPECT_TRUE(log.has("disconnect-2"));

@@ -5,8 +5,8 @@
 
 #include <mutex>
 
-#include "transport/fakes/loopback_printer.hpp"
 #include "test_session.hpp"
+#include "transport/fakes/loopback_printer.hpp"
 
 using namespace orvante;
 using namespace orvante::testing;
@@ -103,18 +103,4 @@ TEST(SocketStreams, OneWriteTakesOnlyWhatTheLinkAccepts) {
   EXPECT_LT(written, static_cast<std::int64_t>(big.size()));
   peer.pauseReading(false);
   EXPECT_TRUE(peer.waitForBytes(static_cast<std::size_t>(written)));
-}
-
-TEST(SocketStreams, ClosingBothStreamsHangsUpAndStopsTheEvents) {
-  LoopbackPrinter printer;
-  auto pair = transport::connectSocketStreams("127.0.0.1", printer.port());
-  EventLog events;
-  listen(pair, events);
-  ASSERT_TRUE(eventually([&] { return pair.output->streamStatus() == StreamStatus::Open; }));
-  pair.input->close();
-  EXPECT_FALSE(printer.connection()->waitForHangUp(100ms));
-  pair.output->close();
-  EXPECT_TRUE(printer.connection()->waitForHangUp());
-  EXPECT_EQ(pair.output->streamStatus(), StreamStatus::Closed);
-  EXPECT_EQ(pair.output->write(viewOf("x").data(), 1), -1);
 }

@@ -361,7 +361,9 @@ int FakeCentral::scansStarted() const {
   return scansStarted_;
 }
 
-void FakeCentral::drain() { queue_.drain(); }
+void FakeCentral::drain() {
+  queue_.drain();
+}
 
 ble::CentralState FakeCentral::state() const {
   std::lock_guard lock(mutex_);
@@ -463,9 +465,8 @@ std::shared_ptr<ble::Central> FakeBleRadio::makeCentral(ble::CentralDelegate& de
                                                autoAdvertise_);
   central_ = central;
   // A new central reports the radio's state once, as a real one does.
-  central->post([raw = central.get()](ble::CentralDelegate& d) {
-    d.centralManagerDidUpdateState(*raw);
-  });
+  central->post(
+      [raw = central.get()](ble::CentralDelegate& d) { d.centralManagerDidUpdateState(*raw); });
   return central;
 }
 

@@ -59,8 +59,8 @@ class FakePeripheral final : public ble::Peripheral,
     ble::Uuid characteristic;
   };
   // Called on the central's queue with each write to a characteristic.
-  using Responder = std::function<void(FakePeripheral& printer, const ble::Uuid& characteristic,
-                                       ByteView data)>;
+  using Responder =
+      std::function<void(FakePeripheral& printer, const ble::Uuid& characteristic, ByteView data)>;
 
   FakePeripheral(std::string identifier, std::optional<std::string> name);
 
@@ -115,7 +115,8 @@ class FakePeripheral final : public ble::Peripheral,
   friend class FakeCentral;
   std::shared_ptr<FakeCharacteristic> findCharacteristic(const ble::Uuid& uuid) const;
   // Runs f with the delegate on the central's queue.
-  void post(std::function<void(ble::PeripheralDelegate&, const std::shared_ptr<ble::Peripheral>&)> f);
+  void post(
+      std::function<void(ble::PeripheralDelegate&, const std::shared_ptr<ble::Peripheral>&)> f);
   void setState(ble::PeripheralState state);
 
   const std::optional<std::string> identifier_;

@@ -63,8 +63,8 @@ void LoopbackPrinter::run() {
   }
 }
 
-std::shared_ptr<PrinterPeer> LoopbackPrinter::connection(
-    std::size_t index, std::chrono::milliseconds timeout) {
+std::shared_ptr<PrinterPeer> LoopbackPrinter::connection(std::size_t index,
+                                                         std::chrono::milliseconds timeout) {
   std::unique_lock lock(mutex_);
   if (!accepted_.wait_for(lock, timeout, [&] { return connections_.size() > index; })) {
     return nullptr;

@@ -20,9 +20,8 @@ class LoopbackPrinter {
 
   int port() const { return port_; }
   // The connection accepted n-th (0 first), waiting for it if need be.
-  std::shared_ptr<PrinterPeer> connection(std::size_t index = 0,
-                                                 std::chrono::milliseconds timeout =
-                                                     std::chrono::seconds(10));
+  std::shared_ptr<PrinterPeer> connection(
+      std::size_t index = 0, std::chrono::milliseconds timeout = std::chrono::seconds(10));
   std::size_t connectionCount() const;
   // Bytes of the first connection.
   Bytes received() const;

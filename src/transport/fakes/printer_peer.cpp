@@ -62,7 +62,9 @@ void PrinterPeer::setResponder(Responder responder) {
   responder_ = std::move(responder);
 }
 
-void PrinterPeer::send(ByteView bytes) { sendLater(Bytes(bytes.begin(), bytes.end()), {}); }
+void PrinterPeer::send(ByteView bytes) {
+  sendLater(Bytes(bytes.begin(), bytes.end()), {});
+}
 
 void PrinterPeer::sendLater(Bytes bytes, std::chrono::milliseconds delay) {
   {

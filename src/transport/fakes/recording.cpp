@@ -1,9 +1,9 @@
-#include "timeline.hpp"
+#include "recording.hpp"
 
 #include <cstdio>
 #include <sstream>
 
-namespace orvante::testing {
+namespace orvante::fakes {
 
 void Timeline::add(Step step) {
   std::lock_guard lock(mutex_);
@@ -173,7 +173,8 @@ class RecordingOutput final : public Wrapped<OutputStream> {
       : Wrapped(std::move(inner), std::move(gate)), timeline_(std::move(timeline)) {}
   bool hasSpaceAvailable() override { return inner_->hasSpaceAvailable(); }
   std::int64_t write(const std::uint8_t* bytes, std::size_t length) override {
-    timeline_->add({Step::Kind::Write, 0, Bytes(bytes, bytes + length), std::this_thread::get_id()});
+    timeline_->add(
+        {Step::Kind::Write, 0, Bytes(bytes, bytes + length), std::this_thread::get_id()});
     return inner_->write(bytes, length);
   }
 
@@ -226,4 +227,4 @@ std::vector<std::pair<std::string, std::int32_t>> RecordingStreamFactory::reques
   return requests_;
 }
 
-}  // namespace orvante::testing
+}  // namespace orvante::fakes

@@ -1,8 +1,8 @@
 #pragma once
-// What a session did, in order: the pauses it took and the bytes it wrote,
-// each with the thread that did it. The recording clock and the recording
-// streams write to one timeline, so a test can read the schedule as text:
-// "pause 0.3 | write \"~!T\" | pause 0.4".
+// Fakes of the clock and stream seams that record what a session did, in
+// order: the pauses it took and the bytes it wrote, each with its thread.
+// The recording clock and the recording streams write to one timeline, so
+// the schedule reads as text: "pause 0.3 | write "~!T" | pause 0.4".
 
 #include <condition_variable>
 #include <functional>
@@ -16,7 +16,7 @@
 #include <orvante/platform/clock.hpp>
 #include <orvante/platform/stream.hpp>
 
-namespace orvante::testing {
+namespace orvante::fakes {
 
 struct Step {
   enum class Kind { Pause, Write } kind;
@@ -104,4 +104,4 @@ class RecordingStreamFactory final : public StreamFactory {
   std::shared_ptr<EventGate> gate_;
 };
 
-}  // namespace orvante::testing
+}  // namespace orvante::fakes

@@ -55,6 +55,15 @@ TEST(DeviceConfiguration, BatteryReportIsCutToItsValue) {
   EXPECT_EQ(rig.timeline->pauses().front(), 1.0);
 }
 
+TEST(DeviceConfiguration, OnTheAccessoryLinkTheInterfaceIsCom) {
+  Rig rig(kTenth);
+  rig.accessories->setResponder(answering({{"DIAGNOSTIC INTERFACE COM\r\n\r\n", "{INTERFACE|COM}\r\n"},
+                                           {"SMBSOH\r\n\r\n", "{SMBSOH|97}\r\n"}}));
+  TestSession session(rig.platform());
+  openAccessory(session, rig);
+  EXPECT_EQ(session.smartbattery_status(8), "97");
+}
+
 TEST(DeviceConfiguration, BatteryReportsThatCannotBeCutRaise) {
   for (const std::string& reply : {std::string("8123\r\n"), std::string("{SMBVOLTAGE 8123}\r\n"),
                                    std::string("}x|"), std::string("\xFF")}) {

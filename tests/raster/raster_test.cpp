@@ -6,6 +6,7 @@
 #include <orvante/lzss.hpp>
 
 #include "links.hpp"
+#include "raster/raster_formats.hpp"
 #include "log_capture.hpp"
 
 using namespace orvante;
@@ -171,4 +172,9 @@ TEST(Raster, BlackAndWhiteComparesTheMeanStrictlyWithTheDensity) {
   // The size in points is used: a scale-2 image is drawn at half its pixels.
   const Image doubled(4, 2, Bytes(32, 255), 2);
   EXPECT_EQ(session.CovertToBlackAndWhiteScale(doubled, 0.5).pixelWidth(), 2);
+}
+
+TEST(Raster, TheBitmapCommandCarriesTheRasterUncompressed) {
+  EXPECT_EQ(raster::bitmapCommand(10, 20, 2, 1, Bytes{0x00, 0xFF}),
+            bytesOf(std::string("BITMAP 10,20,2,1,2,") + '\0' + "\xFF\r\n"));
 }

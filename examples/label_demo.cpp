@@ -8,23 +8,16 @@
 #include <orvante/orvante.hpp>
 
 #include "transport/fakes/loopback_printer.hpp"
+#include "transport/fakes/recording.hpp"
 
 namespace {
 
+// The bytes as text, CR and LF escaped, one command line per line.
 std::string visible(const orvante::Bytes& bytes) {
   std::string text;
-  for (auto byte : bytes) {
-    if (byte == '\r') {
-      text += "\\r";
-    } else if (byte == '\n') {
-      text += "\\n\n";
-    } else if (byte >= 0x20 && byte < 0x7F) {
-      text += static_cast<char>(byte);
-    } else {
-      char hex[8];
-      std::snprintf(hex, sizeof hex, "\\x%02X", byte);
-      text += hex;
-    }
+  for (char c : orvante::fakes::escaped(bytes)) {
+    text += c;
+    if (text.ends_with("\\n")) text += '\n';
   }
   return text;
 }

@@ -15,9 +15,8 @@ std::vector<Step> Timeline::steps() const {
   return steps_;
 }
 
-std::string show(ByteView bytes) {
-  if (bytes.size() > 80) return std::to_string(bytes.size()) + " bytes";
-  std::string text = "\"";
+std::string escaped(ByteView bytes) {
+  std::string text;
   for (auto byte : bytes) {
     if (byte == '\r') {
       text += "\\r";
@@ -31,7 +30,12 @@ std::string show(ByteView bytes) {
       text += hex;
     }
   }
-  return text + "\"";
+  return text;
+}
+
+std::string show(ByteView bytes) {
+  if (bytes.size() > 80) return std::to_string(bytes.size()) + " bytes";
+  return "\"" + escaped(bytes) + "\"";
 }
 
 std::string Timeline::scriptOf(std::thread::id thread) const {

@@ -46,6 +46,8 @@ class Timeline {
 // escaped, other
 // bytes as \xHH; long buffers as their size.
 std::string show(ByteView bytes);
+// The same text without the quotes, whatever the length.
+std::string escaped(ByteView bytes);
 
 // Records every pause on the timeline and sleeps the given fraction of it
 // for real (0: not at all), so reply timing still works when needed.

@@ -45,10 +45,8 @@ TEST(DeviceConfiguration, WirelessLinesAreExactAndAlwaysReportOne) {
 }
 
 TEST(DeviceConfiguration, BatteryReportIsCutToItsValue) {
-  Rig rig(kTenth);
-  TestSession session(rig.platform());
-  LoopbackPrinter printer(answering(batteryReplies("{SMBVOLTAGE|8123}\r\n")));
-  openTcp(session, rig, printer);
+  TcpRig tcp(kTenth, answering(batteryReplies("{SMBVOLTAGE|8123}\r\n")));
+  auto& [rig, session, printer] = tcp;
   EXPECT_EQ(session.smartbattery_status(1), "8123");
   EXPECT_EQ(textOf(printer.received()),
             "DIAGNOSTIC INTERFACE NET\r\n\r\nDIAGNOSTIC REPORT SMBVOLTAGE\r\n\r\n");
@@ -67,17 +65,13 @@ TEST(DeviceConfiguration, OnTheAccessoryLinkTheInterfaceIsCom) {
 TEST(DeviceConfiguration, BatteryReportsThatCannotBeCutRaise) {
   for (const std::string& reply : {std::string("8123\r\n"), std::string("{SMBVOLTAGE 8123}\r\n"),
                                    std::string("}x|"), std::string("\xFF")}) {
-    Rig rig(kTenth);
-    TestSession session(rig.platform());
-    LoopbackPrinter printer(answering(batteryReplies(reply)));
-    openTcp(session, rig, printer);
+    TcpRig tcp(kTenth, answering(batteryReplies(reply)));
+    auto& [rig, session, printer] = tcp;
     EXPECT_THROW(session.smartbattery_status(1), std::out_of_range) << reply;
   }
   // An unknown selector raises once the interface line has gone out.
-  Rig rig(kTenth);
-  TestSession session(rig.platform());
-  LoopbackPrinter printer(answering(batteryReplies("")));
-  openTcp(session, rig, printer);
+  TcpRig tcp(kTenth, answering(batteryReplies("")));
+  auto& [rig, session, printer] = tcp;
   EXPECT_THROW(session.smartbattery_status(9), std::out_of_range);
   EXPECT_EQ(textOf(printer.received()), "DIAGNOSTIC INTERFACE NET\r\n\r\n");
 }

@@ -53,10 +53,8 @@ TEST_F(FileDownload, ChunksPausesAndTraceLinesFollowTheFileSize) {
   };
   for (const auto& current :
        {Case{49999, {0.5}, 0}, Case{50000, {2, 2, 0.5}, 2}, Case{120000, {2, 2, 2, 0.5}, 3}}) {
-    Rig rig;
-    TestSession session(rig.platform());
-    LoopbackPrinter printer;
-    openTcp(session, rig, printer);
+    TcpRig tcp;
+    auto& [rig, session, printer] = tcp;
     ::testing::internal::CaptureStdout();
     EXPECT_EQ(session.downloadpcx(file(current.size), "LOGO.PCX"), 1);
     const std::string output = ::testing::internal::GetCapturedStdout();
@@ -71,10 +69,8 @@ TEST_F(FileDownload, ChunksPausesAndTraceLinesFollowTheFileSize) {
 }
 
 TEST_F(FileDownload, AnExactMultipleEndsWithAnEmptyChunk) {
-  Rig rig;
-  TestSession session(rig.platform());
-  LoopbackPrinter printer;
-  openTcp(session, rig, printer);
+  TcpRig tcp;
+  auto& [rig, session, printer] = tcp;
   ::testing::internal::CaptureStdout();
   session.sendfile(file(50000), "IGNORED");
   ::testing::internal::GetCapturedStdout();
@@ -88,10 +84,8 @@ TEST_F(FileDownload, AnExactMultipleEndsWithAnEmptyChunk) {
 }
 
 TEST_F(FileDownload, BmpAndTtfDownloadsAreThePcxDownload) {
-  Rig rig;
-  TestSession session(rig.platform());
-  LoopbackPrinter printer;
-  openTcp(session, rig, printer);
+  TcpRig tcp;
+  auto& [rig, session, printer] = tcp;
   const auto path = file(3000);
   session.downloadpcx(path, "F.BIN");
   session.downloadbmp(path, "F.BIN");
@@ -106,10 +100,8 @@ TEST_F(FileDownload, BmpAndTtfDownloadsAreThePcxDownload) {
 }
 
 TEST_F(FileDownload, DataDownloadIsHeaderBytesAndLineEnd) {
-  Rig rig;
-  TestSession session(rig.platform());
-  LoopbackPrinter printer;
-  openTcp(session, rig, printer);
+  TcpRig tcp;
+  auto& [rig, session, printer] = tcp;
   EXPECT_EQ(session.downloadData(Bytes{1, 2, 3}, "A.BMP"), 1);
   EXPECT_EQ(rig.timeline->script(),
             "write \"DOWNLOAD F,\"A.BMP\",3,\" | write \"\\x01\\x02\\x03\" | write \"\\r\\n\"");

@@ -72,10 +72,8 @@ const std::vector<Command>& delayedCommands() {
 }  // namespace
 
 TEST(LabelLayout, EachCommandSendsItsLineInOneMessageOverTcp) {
-  Rig rig;
-  TestSession session(rig.platform());
-  LoopbackPrinter printer;
-  openTcp(session, rig, printer);
+  TcpRig tcp;
+  auto& [rig, session, printer] = tcp;
   std::string expected;
   for (const auto& command : commands()) {
     rig.timeline->clear();
@@ -90,10 +88,8 @@ TEST(LabelLayout, EachCommandSendsItsLineInOneMessageOverTcp) {
 }
 
 TEST(LabelLayout, DelayTwinsPauseBeforeTheySend) {
-  Rig rig;
-  TestSession session(rig.platform());
-  LoopbackPrinter printer;
-  openTcp(session, rig, printer);
+  TcpRig tcp;
+  auto& [rig, session, printer] = tcp;
   for (const auto& command : delayedCommands()) {
     rig.timeline->clear();
     EXPECT_EQ(command.send(session), 1) << command.name;
@@ -150,10 +146,8 @@ TEST(LabelLayout, TcpWinsWhenSeveralLinksAreOpen) {
 }
 
 TEST(LabelLayout, TextIsEncodedAsEachVariantSays) {
-  Rig rig;
-  TestSession session(rig.platform());
-  LoopbackPrinter printer;
-  openTcp(session, rig, printer);
+  TcpRig tcp;
+  auto& [rig, session, printer] = tcp;
   const std::string chinese = "\xE4\xB8\xAD\xE6\x96\x87";
   session.printerfont(0, 0, "TSS24.BF2", 0, 1, 1, chinese);
   session.printerfont_UTF8(0, 0, "TSS24.BF2", 0, 1, 1, chinese);

@@ -49,10 +49,8 @@ std::vector<std::pair<std::string, std::string>> allReplies() {
 }  // namespace
 
 TEST(PrinterQueries, EachQuerySendsItsBytesAfterItsPauseAndReturnsTheReply) {
-  Rig rig(kTenth);
-  TestSession session(rig.platform());
-  LoopbackPrinter printer(answering(allReplies()));
-  openTcp(session, rig, printer);
+  TcpRig tcp(kTenth, answering(allReplies()));
+  auto& [rig, session, printer] = tcp;
   for (const auto& query : queries()) {
     rig.timeline->clear();
     EXPECT_EQ(query.ask(session), bytesOf(query.reply)) << query.name;
@@ -63,10 +61,8 @@ TEST(PrinterQueries, EachQuerySendsItsBytesAfterItsPauseAndReturnsTheReply) {
 }
 
 TEST(PrinterQueries, AReplyBelongsToTheQueryEvenWhenItArrivesAtOnce) {
-  Rig rig(kTenth);
-  TestSession session(rig.platform());
-  LoopbackPrinter printer(answering(allReplies()));
-  openTcp(session, rig, printer);
+  TcpRig tcp(kTenth, answering(allReplies()));
+  auto& [rig, session, printer] = tcp;
   for (int i = 0; i < 25; ++i) ASSERT_EQ(session.printer_mileage(), bytesOf("12.5\r")) << i;
 }
 
@@ -87,12 +83,10 @@ TEST(PrinterQueries, WithoutALinkNothingIsSentAndStatusSaysMinusOne) {
 
 TEST(PrinterQueries, ALinkErrorWhileWaitingGivesTheErrorMarkerOnce) {
   for (const char* query : {"~!T", "\x1B!?"}) {
-    Rig rig(kTenth);
-    TestSession session(rig.platform());
-    LoopbackPrinter printer([query](fakes::PrinterPeer& peer, ByteView, ByteView all) {
+    TcpRig tcp(kTenth, [query](fakes::PrinterPeer& peer, ByteView, ByteView all) {
       if (textOf(all).ends_with(query)) peer.reset();
     });
-    openTcp(session, rig, printer);
+    auto& [rig, session, printer] = tcp;
     const bool status = std::string(query) != "~!T";
     EXPECT_EQ(status ? session.printerstatus() : session.printer_name(), Bytes{0xFF}) << query;
     EXPECT_TRUE(eventually([&] { return session.EthernetPortEnable == 0; }));
@@ -105,10 +99,8 @@ TEST(PrinterQueries, ALinkErrorWhileWaitingGivesTheErrorMarkerOnce) {
 }
 
 TEST(PrinterQueries, GetStringSendsTheTextThenALineEndAfterItsPause) {
-  Rig rig(kTenth);
-  TestSession session(rig.platform());
-  LoopbackPrinter printer(answering(allReplies()));
-  openTcp(session, rig, printer);
+  TcpRig tcp(kTenth, answering(allReplies()));
+  auto& [rig, session, printer] = tcp;
   EXPECT_EQ(session.sendcommand_getstring("DIAGNOSTIC INTERFACE NET\r\n"),
             bytesOf("{INTERFACE|NET}\r\n"));
   EXPECT_EQ(rig.timeline->script(),

@@ -9,10 +9,8 @@ using namespace orvante;
 using namespace orvante::testing;
 
 TEST(RawCommands, TextGoesOutUnchangedInItsEncoding) {
-  Rig rig;
-  TestSession session(rig.platform());
-  LoopbackPrinter printer;
-  openTcp(session, rig, printer);
+  TcpRig tcp;
+  auto& [rig, session, printer] = tcp;
   const std::string ascii = "DIRECTION 1\r\n";
   EXPECT_EQ(session.sendcommand(ascii), 1);
   EXPECT_EQ(session.sendcommand_utf8(ascii), 1);
@@ -47,10 +45,8 @@ TEST(RawCommands, OnlySendcommandDelayPauses) {
 }
 
 TEST(RawCommands, RawBytesAreOneWriteWhileTextIsChunked) {
-  Rig rig;
-  TestSession session(rig.platform());
-  LoopbackPrinter printer;
-  openTcp(session, rig, printer);
+  TcpRig tcp;
+  auto& [rig, session, printer] = tcp;
   const Bytes data = pattern(5000);
   EXPECT_EQ(session.sendcommandWithData(data), 1);
   EXPECT_EQ(writeSizes(*rig.timeline), std::vector<std::size_t>{5000});

@@ -33,10 +33,8 @@ class StuckOpening final : public OutputStream {
 TEST(OutputPath, TcpWriterSendsChunksOfAtMost2048Bytes) {
   for (const auto& [size, chunks] : std::vector<std::pair<std::size_t, std::vector<std::size_t>>>{
            {2048, {2048}}, {2049, {2048, 1}}, {5000, {2048, 2048, 904}}, {0, {0}}}) {
-    Rig rig;
-    TestSession session(rig.platform());
-    LoopbackPrinter printer;
-    openTcp(session, rig, printer);
+    TcpRig tcp;
+    auto& [rig, session, printer] = tcp;
     const Bytes data = pattern(size);
     session._printWithStream(session.oStream.load(), data);
     EXPECT_EQ(writeSizes(*rig.timeline), chunks) << size;

@@ -34,10 +34,8 @@ TEST(ReplyReader, WithoutALinkGivesAnEmptyReplyAtOnce) {
 }
 
 TEST(ReplyReader, ReplyEndsAtTheFirstSilence) {
-  Rig rig(kTenth);
-  TestSession session(rig.platform());
-  LoopbackPrinter printer;
-  openTcp(session, rig, printer);
+  TcpRig tcp(kTenth);
+  auto& [rig, session, printer] = tcp;
   silenceEvents(session);
 
   auto peer = printer.connection();
@@ -51,10 +49,8 @@ TEST(ReplyReader, ReplyEndsAtTheFirstSilence) {
 }
 
 TEST(ReplyReader, LongReplyIsCollectedIn512ByteReads) {
-  Rig rig(kTenth);
-  TestSession session(rig.platform());
-  LoopbackPrinter printer;
-  openTcp(session, rig, printer);
+  TcpRig tcp(kTenth);
+  auto& [rig, session, printer] = tcp;
   silenceEvents(session);
 
   const Bytes reply = pattern(1500);

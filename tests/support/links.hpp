@@ -19,6 +19,18 @@ inline void openTcp(TestSession& session, Rig& rig, LoopbackPrinter& printer) {
   rig.timeline->clear();
 }
 
+// A test session whose TCP link is open to a loopback printer; tests take
+// its parts with `auto& [rig, session, printer] = tcp;`.
+struct TcpRig {
+  explicit TcpRig(double realFraction = 0, fakes::PrinterPeer::Responder responder = nullptr)
+      : rig(realFraction), session(rig.platform()), printer(std::move(responder)) {
+    openTcp(session, rig, printer);
+  }
+  Rig rig;
+  TestSession session;
+  LoopbackPrinter printer;
+};
+
 // An open accessory session to a fake printer, as the accessory link
 // leaves it once its thread has run.
 inline std::shared_ptr<AccessorySession> openAccessorySession(Rig& rig) {

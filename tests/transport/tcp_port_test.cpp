@@ -103,10 +103,8 @@ TEST(TcpPort, ClosePausesAndClearsTheFlagInThePublishedOrder) {
       {[](TestSession& s) { return s.closeport_withtime(0.5); }, "pause 0.5", 1},
   };
   for (const auto& current : cases) {
-    Rig rig;
-    TestSession session(rig.platform());
-    LoopbackPrinter printer;
-    openTcp(session, rig, printer);
+    TcpRig tcp;
+    auto& [rig, session, printer] = tcp;
     std::int64_t flagDuringPause = -5;
     rig.clock->onPause([&](double) { flagDuringPause = session.EthernetPortEnable; });
     EXPECT_EQ(current.close(session), 1);

@@ -17,7 +17,7 @@ using LogSink = std::function<void(std::string_view line)>;
 // The sink may be called from any of the library's threads.
 void setLogSink(LogSink sink);
 
-// A modal notice the original shows as an alert.
+// A modal notice, such as the version shown by about().
 struct Notice {
   std::string title;
   std::string message;

@@ -96,14 +96,13 @@ std::int64_t ORVANTESDK::downloadttf(const std::string& path, const std::string&
 std::int64_t ORVANTESDK::downloadData(ByteView data, const std::string& name) {
   const Bytes head = header(name, data.size());
   switch (currentLink()) {
-    case Link::Tcp: {
+    case Link::Tcp:
+      // The header takes the output path; the bytes and the line end are
+      // single direct writes, as raw bytes are on TCP.
       _printWithStream(oStream.load(), head);
-      if (auto output = oStream.load()) {
-        output->write(data.data(), data.size());
-        output->write(kLineEnd.data(), kLineEnd.size());
-      }
+      sendcommandWithData(data);
+      sendcommandWithData(kLineEnd);
       return 1;
-    }
     case Link::Accessory:
     case Link::Ble:
       sendcommandWithData(head);

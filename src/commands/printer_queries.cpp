@@ -63,9 +63,9 @@ std::optional<Bytes> ORVANTESDK::awaitReply(bool watchOutputStatus) {
 }
 
 // The BLE reply is complete when four passes in a row find the receive
-// buffer unchanged. The original compares the decoded texts by identity;
-// they are compared here by content, so a reply that stops changing ends
-// the wait after four passes, as a finished reply should.
+// buffer unchanged. The published wait tests the two decoded texts for
+// identity, which has no meaning for values; they are compared here by
+// content, so a reply that stops changing ends the wait after four passes.
 Bytes ORVANTESDK::settleBleReply() {
   std::optional<std::string> previous = std::string();
   int unchanged = 0;

@@ -30,18 +30,14 @@ bool isAscii(std::string_view text) {
   return true;
 }
 
-}  // namespace
-
-Bytes encode(std::string_view text, TextEncoding encoding) {
-  // Command lines are nearly always ASCII, which every one of these
-  // encodings leaves as it is.
-  if (encoding == TextEncoding::Utf8 || isAscii(text)) return bytesOf(text);
-
-  iconv_t converter = iconv_open(iconvName(encoding), "UTF-8");
-  if (converter == reinterpret_cast<iconv_t>(-1)) return {};
-  Bytes out(text.size() * 4 + 16);
-  char* in = const_cast<char*>(text.data());
-  std::size_t inLeft = text.size();
+// Converts between two iconv encodings; none when the input holds a
+// sequence the source encoding does not allow or the target cannot carry.
+std::optional<Bytes> convert(ByteView input, const char* from, const char* to) {
+  iconv_t converter = iconv_open(to, from);
+  if (converter == reinterpret_cast<iconv_t>(-1)) return std::nullopt;
+  Bytes out(input.size() * 4 + 16);
+  char* in = reinterpret_cast<char*>(const_cast<std::uint8_t*>(input.data()));
+  std::size_t inLeft = input.size();
   char* next = reinterpret_cast<char*>(out.data());
   std::size_t outLeft = out.size();
   bool ok = true;
@@ -54,34 +50,27 @@ Bytes encode(std::string_view text, TextEncoding encoding) {
       outLeft = out.size() - used;
       continue;
     }
-    ok = false;  // a character the encoding lacks, or input that is not UTF-8
+    ok = false;
     break;
   }
   if (ok) iconv(converter, nullptr, nullptr, &next, &outLeft);
   iconv_close(converter);
-  if (!ok) return {};
+  if (!ok) return std::nullopt;
   out.resize(out.size() - outLeft);
   return out;
 }
 
-}  // namespace orvante
+}  // namespace
 
-namespace orvante {
+Bytes encode(std::string_view text, TextEncoding encoding) {
+  // Command lines are nearly always ASCII, which every one of these
+  // encodings leaves as it is.
+  if (encoding == TextEncoding::Utf8 || isAscii(text)) return bytesOf(text);
+  return convert(viewOf(text), "UTF-8", iconvName(encoding)).value_or(Bytes{});
+}
 
 std::optional<std::string> decodeUtf8(ByteView bytes) {
-  for (std::size_t i = 0; i < bytes.size();) {
-    const auto lead = bytes[i];
-    const std::size_t length = lead < 0x80             ? 1
-                               : (lead & 0xE0) == 0xC0 ? 2
-                               : (lead & 0xF0) == 0xE0 ? 3
-                               : (lead & 0xF8) == 0xF0 ? 4
-                                                       : 0;
-    if (length == 0 || i + length > bytes.size()) return std::nullopt;
-    for (std::size_t k = 1; k < length; ++k) {
-      if ((bytes[i + k] & 0xC0) != 0x80) return std::nullopt;
-    }
-    i += length;
-  }
+  if (!convert(bytes, "UTF-8", "UTF-8")) return std::nullopt;
   return textOf(bytes);
 }
 

@@ -15,6 +15,22 @@ constexpr std::int32_t kDefaultPort = 9100;
 
 }  // namespace
 
+// The session becomes the delegate of both streams, then both are
+// scheduled, then opened, input first each time. A missing stream is
+// skipped.
+void ORVANTESDK::startTcpStreams(const orvante::StreamPair& pair) {
+  const std::shared_ptr<orvante::Stream> streams[] = {pair.input, pair.output};
+  for (const auto& stream : streams) {
+    if (stream) stream->setDelegate(&internals_->delegates);
+  }
+  for (const auto& stream : streams) {
+    if (stream) stream->scheduleInRunLoop();
+  }
+  for (const auto& stream : streams) {
+    if (stream) stream->open();
+  }
+}
+
 std::int64_t ORVANTESDK::openport_ethernet(const std::string& host, std::int32_t port) {
   return openport_ethernet_delay(host, port, kSettlePause);
 }
@@ -29,12 +45,7 @@ std::int64_t ORVANTESDK::openport_ethernet_delay(const std::string& host, std::i
   if (!pair.input || !pair.output) return -1;
   iStream = pair.input;
   oStream = pair.output;
-  pair.input->setDelegate(&internals_->delegates);
-  pair.output->setDelegate(&internals_->delegates);
-  pair.input->scheduleInRunLoop();
-  pair.output->scheduleInRunLoop();
-  pair.input->open();
-  pair.output->open();
+  startTcpStreams(pair);
   EthernetPortEnable = 1;
   pause(delay);
   return 1;
@@ -65,15 +76,7 @@ void ORVANTESDK::openport_thread(const std::string& host) {
   readStream = pair.input;
   writeStream = pair.output;
   keepAbandoned({iStream.exchange(pair.input), oStream.exchange(pair.output)});
-  for (const std::shared_ptr<orvante::Stream>& stream :
-       {std::shared_ptr<orvante::Stream>(pair.input),
-        std::shared_ptr<orvante::Stream>(pair.output)}) {
-    if (!stream) continue;
-    stream->setDelegate(&internals_->delegates);
-    stream->scheduleInRunLoop();
-  }
-  if (pair.input) pair.input->open();
-  if (pair.output) pair.output->open();
+  startTcpStreams(pair);
   if (!pair.output) {
     EthernetPortEnable = 0;
     closeport();

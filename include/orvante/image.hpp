@@ -16,6 +16,11 @@ struct Size {
 
 class Image {
  public:
+  // The most pixels a decoded or drawn image may have: 100 megapixels,
+  // more than a 4 x 6 inch label at 600 dpi needs 10 times over. Larger
+  // images are refused before their pixels are allocated.
+  static constexpr std::int64_t kMaxPixels = 100'000'000;
+
   // The empty image stands for a missing one.
   Image() = default;
   // rgba holds 4 x width x height bytes: R, G, B, A per pixel, colours
@@ -25,7 +30,8 @@ class Image {
   // A fully transparent image.
   static Image transparent(int width, int height);
   // Decodes PNG, JPEG and the other common formats; the empty image when
-  // the file cannot be read or decoded.
+  // the file cannot be read or decoded, is truncated, or has more than
+  // kMaxPixels pixels (read from its header, before decoding).
   static Image fromFile(const std::string& path);
   static Image fromData(ByteView bytes);
 

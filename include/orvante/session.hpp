@@ -293,6 +293,9 @@ class ORVANTESDK {
   std::shared_ptr<orvante::OutputStream> accessoryOutput();
   void keepAbandoned(orvante::StreamPair streams);
   void startTcpStreams(const orvante::StreamPair& pair);
+  void raiseTcpFlag();
+  void failTcpLink();
+  void releaseFailedTcpStreams();
   std::int64_t closeLink(std::optional<double> delayBefore, bool disconnectBle);
   std::int64_t openAccessory(const std::string& protocol, const std::optional<std::string>& name,
                              bool flagFirst, double settle);

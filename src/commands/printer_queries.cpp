@@ -2,8 +2,6 @@
 // printer sent it. Over TCP and the accessory link the reply is read until
 // silence; over BLE it accumulates by notification until it settles.
 
-#include <thread>
-
 #include "../session/internals.hpp"
 #include "../session/link.hpp"
 #include "text_encoding.hpp"
@@ -44,22 +42,33 @@ std::optional<std::string> decodedText(const std::optional<Bytes>& bytes) {
 // ends as soon as the accessory streams are ready.
 std::optional<Bytes> ORVANTESDK::awaitReply(bool watchOutputStatus) {
   const bool tcp = currentLink() == Link::Tcp;
-  for (;;) {
+  std::optional<Bytes> outcome;
+  // Each test is the published one; between tests the caller sleeps until
+  // an event of the link may have changed the answer.
+  internals_->waitUntil([&] {
     if (tcp) {
       auto input = iStream.load();
-      if (EthernetPortEnable == 1 && input && input->hasBytesAvailable()) return readStream();
+      if (EthernetPortEnable == 1 && input && input->hasBytesAvailable()) return true;
     } else if (MFIPortEnable == 1) {
-      return readStream();
+      return true;
     }
     std::int64_t failed = 1;
-    if (error.compare_exchange_strong(failed, 0)) return kErrorMarker;
+    if (error.compare_exchange_strong(failed, 0)) {
+      outcome = kErrorMarker;
+      return true;
+    }
     if (watchOutputStatus) {
       auto output = oStream.load();
       const auto status = output ? output->streamStatus() : orvante::StreamStatus::NotOpen;
-      if (!statusKeepsWaiting(status)) return kErrorMarker;
+      if (!statusKeepsWaiting(status)) {
+        outcome = kErrorMarker;
+        return true;
+      }
     }
-    std::this_thread::yield();
-  }
+    return false;
+  });
+  if (outcome) return outcome;
+  return readStream();
 }
 
 // The BLE reply is complete when four passes in a row find the receive

@@ -19,6 +19,14 @@ Bytes decode(ByteView stream, std::size_t expected) {
   std::bitset<kRing> known;
   for (std::int32_t i = 0; i < kStart; ++i) known.set(i);
   std::int32_t r = kStart;
+  // A flag byte and eight two-byte matches (17 bytes) give at most 8 x 18
+  // bytes, so a stream can never expand past that; larger claims fail here,
+  // before anything is allocated for them.
+  constexpr std::size_t kGroupBytes = 17, kGroupMost = 8 * 18;
+  if (expected / kGroupMost > stream.size() / kGroupBytes + 1) {
+    throw DecodeError("a stream of " + std::to_string(stream.size()) + " bytes cannot give " +
+                      std::to_string(expected));
+  }
   Bytes out;
   out.reserve(expected);
   std::size_t at = 0;

@@ -1,6 +1,9 @@
 #include "cairo_image.hpp"
 
+#include <cstdint>
 #include <cstring>
+#include <limits>
+#include <new>
 
 namespace orvante::raster {
 namespace {
@@ -52,8 +55,18 @@ Image imageOf(cairo_surface_t* surface) {
   return Image(width, height, std::move(rgba));
 }
 
+int pixelsOf(double size) {
+  if (!(size > 0)) return 0;
+  if (size >= static_cast<double>(std::numeric_limits<int>::max())) {
+    return std::numeric_limits<int>::max();
+  }
+  return static_cast<int>(size);
+}
+
 Image drawImage(int width, int height, const std::function<void(cairo_t*)>& draw) {
   if (width <= 0 || height <= 0) return {};
+  // Over the budget the drawing is refused as an allocation that fails.
+  if (static_cast<std::int64_t>(width) * height > Image::kMaxPixels) throw std::bad_alloc();
   Surface surface(cairo_image_surface_create(CAIRO_FORMAT_ARGB32, width, height));
   if (cairo_surface_status(surface.get()) != CAIRO_STATUS_SUCCESS) {
     throw std::bad_alloc();

@@ -22,7 +22,13 @@ Surface surfaceOf(const Image& image);
 // brighter than their alpha survive.
 Image imageOf(cairo_surface_t* surface);
 
-// A new transparent image of the size, drawn by the function.
+// A size in points or pixels as a pixel count for a new image: truncated
+// toward zero, with NaN and negatives as 0 and anything past int's range as
+// its largest value (which the pixel budget then refuses).
+int pixelsOf(double size);
+
+// A new transparent image of the size, drawn by the function. Throws
+// std::bad_alloc past Image::kMaxPixels.
 Image drawImage(int width, int height, const std::function<void(cairo_t*)>& draw);
 
 // Draws the image stretched into (0, 0, width, height) of the context.

@@ -4,8 +4,10 @@
 
 #include <gdk-pixbuf/gdk-pixbuf.h>
 
-#include <memory>
+#include <algorithm>
+#include <fstream>
 #include <stdexcept>
+#include <vector>
 
 namespace orvante {
 namespace {
@@ -19,7 +21,8 @@ Image fromPixbuf(GdkPixbuf* pixbuf) {
   const int stride = gdk_pixbuf_get_rowstride(pixbuf);
   const bool alpha = gdk_pixbuf_get_has_alpha(pixbuf);
   const guchar* pixels = gdk_pixbuf_read_pixels(pixbuf);
-  if (width <= 0 || height <= 0 || channels < 3 || gdk_pixbuf_get_bits_per_sample(pixbuf) != 8) {
+  if (width <= 0 || height <= 0 || channels < 3 || gdk_pixbuf_get_bits_per_sample(pixbuf) != 8 ||
+      std::int64_t{width} * height > Image::kMaxPixels) {
     return {};
   }
   Bytes rgba(static_cast<std::size_t>(width) * height * 4);
@@ -35,9 +38,53 @@ Image fromPixbuf(GdkPixbuf* pixbuf) {
   return Image(width, height, std::move(rgba));
 }
 
-struct PixbufReleaser {
-  void operator()(GdkPixbuf* pixbuf) const { g_object_unref(pixbuf); }
+// Decoding goes through one loader for files and bytes alike, fed in
+// pieces. The loader reports the size from the header before it allocates
+// the pixels; an image over the budget is stopped there (a size of 0 x 0
+// makes the codecs give up), so a few bytes claiming a huge image cost
+// nothing.
+class BudgetedLoader {
+ public:
+  BudgetedLoader() : loader_(gdk_pixbuf_loader_new()) {
+    g_signal_connect(loader_, "size-prepared", G_CALLBACK(&BudgetedLoader::sizePrepared), this);
+  }
+  ~BudgetedLoader() {
+    if (!closed_) gdk_pixbuf_loader_close(loader_, nullptr);
+    g_object_unref(loader_);
+  }
+  BudgetedLoader(const BudgetedLoader&) = delete;
+  BudgetedLoader& operator=(const BudgetedLoader&) = delete;
+
+  // False once the data is known to give no image.
+  bool write(ByteView bytes) {
+    GError* error = nullptr;
+    const bool ok = gdk_pixbuf_loader_write(loader_, bytes.data(), bytes.size(), &error);
+    if (error) g_error_free(error);
+    return ok && !tooLarge_;
+  }
+
+  Image finish() {
+    GError* error = nullptr;
+    closed_ = true;
+    const bool ok = gdk_pixbuf_loader_close(loader_, &error);
+    if (error) g_error_free(error);
+    if (!ok || tooLarge_) return {};
+    return fromPixbuf(gdk_pixbuf_loader_get_pixbuf(loader_));
+  }
+
+ private:
+  static void sizePrepared(GdkPixbufLoader* loader, int width, int height, gpointer self) {
+    if (width > 0 && height > 0 && std::int64_t{width} * height <= Image::kMaxPixels) return;
+    static_cast<BudgetedLoader*>(self)->tooLarge_ = true;
+    gdk_pixbuf_loader_set_size(loader, 0, 0);
+  }
+
+  GdkPixbufLoader* loader_;
+  bool tooLarge_ = false;
+  bool closed_ = false;
 };
+
+constexpr std::size_t kPiece = 64 * 1024;
 
 }  // namespace
 
@@ -55,23 +102,29 @@ Image Image::transparent(int width, int height) {
 }
 
 Image Image::fromFile(const std::string& path) {
-  GError* error = nullptr;
-  std::unique_ptr<GdkPixbuf, PixbufReleaser> pixbuf(gdk_pixbuf_new_from_file(path.c_str(), &error));
-  if (error) g_error_free(error);
-  return fromPixbuf(pixbuf.get());
+  std::ifstream file(path, std::ios::binary);
+  if (!file) return {};
+  BudgetedLoader loader;
+  std::vector<char> piece(kPiece);
+  bool any = false;
+  while (file) {
+    file.read(piece.data(), static_cast<std::streamsize>(piece.size()));
+    const auto count = static_cast<std::size_t>(file.gcount());
+    if (count == 0) break;
+    any = true;
+    if (!loader.write({reinterpret_cast<const std::uint8_t*>(piece.data()), count})) return {};
+  }
+  if (!any || file.bad()) return {};
+  return loader.finish();
 }
 
 Image Image::fromData(ByteView bytes) {
   if (bytes.empty()) return {};
-  GdkPixbufLoader* loader = gdk_pixbuf_loader_new();
-  GError* error = nullptr;
-  bool ok = gdk_pixbuf_loader_write(loader, bytes.data(), bytes.size(), &error);
-  if (error) g_clear_error(&error);
-  ok = gdk_pixbuf_loader_close(loader, &error) && ok;
-  if (error) g_clear_error(&error);
-  Image image = ok ? fromPixbuf(gdk_pixbuf_loader_get_pixbuf(loader)) : Image();
-  g_object_unref(loader);
-  return image;
+  BudgetedLoader loader;
+  for (std::size_t at = 0; at < bytes.size(); at += kPiece) {
+    if (!loader.write(bytes.subspan(at, std::min(kPiece, bytes.size() - at)))) return {};
+  }
+  return loader.finish();
 }
 
 }  // namespace orvante

@@ -76,8 +76,8 @@ Bytes ORVANTESDK::fnBitsFromImage(const Image& image) {
 // strictly above the density, and black otherwise; alpha is kept.
 Image ORVANTESDK::CovertToBlackAndWhiteScale(const Image& image, const orvante::Value& density) {
   const orvante::Size points = image.size();
-  const int width = static_cast<int>(points.width);
-  const int height = static_cast<int>(points.height);
+  const int width = orvante::raster::pixelsOf(points.width);
+  const int height = orvante::raster::pixelsOf(points.height);
   Image drawn = orvante::raster::drawImage(width, height, [&](cairo_t* context) {
     orvante::raster::drawStretched(context, image, width, height);
   });
@@ -93,8 +93,8 @@ Image ORVANTESDK::CovertToBlackAndWhiteScale(const Image& image, const orvante::
 }
 
 Image ORVANTESDK::scaleToSize(const Image& image, orvante::Size size) {
-  const int width = static_cast<int>(std::ceil(size.width));
-  const int height = static_cast<int>(std::ceil(size.height));
+  const int width = orvante::raster::pixelsOf(std::ceil(size.width));
+  const int height = orvante::raster::pixelsOf(std::ceil(size.height));
   return orvante::raster::drawImage(width, height, [&](cairo_t* context) {
     orvante::raster::drawStretched(context, image, size.width, size.height);
   });

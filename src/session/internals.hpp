@@ -91,4 +91,21 @@ struct ORVANTESDK::Internals {
   // Set while the session is being destroyed: loops that would otherwise
   // wait for ever give up.
   std::atomic<bool> destroying{false};
+
+  // Every stream event and BLE callback moves this on; the caller's waits
+  // sleep on it instead of spinning.
+  orvante::session::LinkSignal& linkSignal = delegates.signal();
+
+  // Blocks until `ready` holds, waking on every event of the session's links.
+  template <class Ready>
+  void waitUntil(Ready&& ready) {
+    for (;;) {
+      const auto seen = linkSignal.generation();
+      if (ready()) return;
+      linkSignal.waitPast(seen);
+    }
+  }
+  // Orders the stream-error action against an open's setting of the TCP
+  // flag, so an error that arrives while the open runs is never undone.
+  std::mutex tcpFlagMutex;
 };

@@ -1,7 +1,6 @@
 // The output path: the writers that put a command's bytes on the open link.
 
 #include <algorithm>
-#include <thread>
 
 #include <orvante/log.hpp>
 #include <orvante/session.hpp>
@@ -64,8 +63,11 @@ void ORVANTESDK::ethernet_writeStream(ByteView data) {
       if (total - offset <= 0) return;
       if (!waitUntilOpen()) return;
     } else {
+      // Sleeps until the printer takes bytes again or the link fails.
+      internals_->waitUntil([&] {
+        return output->hasSpaceAvailable() || !writable(output, internals_->destroying);
+      });
       if (!writable(output, internals_->destroying)) return;
-      std::this_thread::yield();
     }
   }
 }
@@ -81,7 +83,9 @@ std::int64_t ORVANTESDK::mfi_writeStream(ByteView data) {
       pause(kWritePause);
       if (offset >= data.size()) break;
     } else {
-      std::this_thread::yield();
+      internals_->waitUntil([&] {
+        return output->hasSpaceAvailable() || !writable(output, internals_->destroying);
+      });
     }
   }
   return 1;

@@ -27,8 +27,11 @@ std::shared_ptr<orvante::InputStream> ORVANTESDK::replySource() {
   return nullptr;
 }
 
-// A reply is complete when one read pause passes with no byte waiting.
+// A reply is complete when one read pause passes with no byte waiting. The
+// caller of the reader waits for a reply, so the reply is its own: it
+// claims the link's bytes from the event handler for as long as it reads.
 Bytes ORVANTESDK::readReply() {
+  Internals::ReplyClaim claim(*internals_);
   _readData = Bytes{};
   const bool linked = EthernetPortEnable == 1 || MFI_port == 1;
   if (linked) {
@@ -69,10 +72,24 @@ void ORVANTESDK::drainUnclaimedReply() {
     if (count < 0) break;
     drained.insert(drained.end(), block, block + count);
   }
-  if (!claimed) {
-    _readData = std::move(drained);
-    receivejudge = 0;
-  }
+  if (claimed) return;
+  // Under the gate, so a reader that has claimed the link meanwhile never
+  // sees its reply replaced.
+  std::lock_guard gate(internals_->replyGate);
+  if (internals_->replyClaims > 0) return;
+  _readData = std::move(drained);
+  receivejudge = 0;
+}
+
+// The stream-error action: the TCP link is marked failed and its streams
+// are closed. It runs under the flag lock so an open that is setting the
+// flag at the same moment either sees it done or is undone by it.
+void ORVANTESDK::failTcpLink() {
+  std::lock_guard flag(internals_->tcpFlagMutex);
+  EthernetPortEnable = 0;
+  error = 1;
+  if (auto output = oStream.load()) output->close();
+  if (auto input = iStream.load()) input->close();
 }
 
 void ORVANTESDK::stream(orvante::Stream* stream, std::uint64_t eventCode) {
@@ -92,11 +109,8 @@ void ORVANTESDK::stream(orvante::Stream* stream, std::uint64_t eventCode) {
       break;
     case orvante::stream_event::ErrorOccurred:
       orvante::log("NSStreamEventErrorOccurred");
-      EthernetPortEnable = 0;
-      error = 1;
       if (stream) (void)stream->streamError();
-      if (auto output = oStream.load()) output->close();
-      if (auto input = iStream.load()) input->close();
+      failTcpLink();
       break;
     default:
       break;

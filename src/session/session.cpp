@@ -80,10 +80,22 @@ void ORVANTESDK::pause(double seconds) {
   internals_->platform.clock->sleepFor(seconds);
 }
 
+// Replaced streams that still live stay open until the session goes; a
+// pair that has closed or failed holds nothing a user can reach and is
+// released, so failed opens do not pile up descriptors and threads.
 void ORVANTESDK::keepAbandoned(orvante::StreamPair streams) {
-  if (!streams.input && !streams.output) return;
+  std::vector<orvante::StreamPair> released;
   std::lock_guard lock(internals_->abandonedMutex);
-  internals_->abandoned.push_back(std::move(streams));
+  auto& kept = internals_->abandoned;
+  for (auto it = kept.begin(); it != kept.end();) {
+    if (orvante::isDead(*it)) {
+      released.push_back(std::move(*it));
+      it = kept.erase(it);
+    } else {
+      ++it;
+    }
+  }
+  if (!orvante::isDead(streams)) kept.push_back(std::move(streams));
 }
 
 std::shared_ptr<orvante::OutputStream> ORVANTESDK::accessoryOutput() {

@@ -59,9 +59,9 @@ std::int64_t ORVANTESDK::openport_ble(const std::shared_ptr<ble::Peripheral>& pe
   if (auto central = CM.load(); central && peripheral) central->connect(peripheral);
   connectPeripheral = peripheral;
   log("Connect to " + describe(peripheral ? peripheral->name() : std::nullopt));
-  // Spins until discovery sets the flag; no time limit, as published.
-  while (BLEPortEnable.load() == 0) {
-  }
+  // Waits until discovery sets the flag; no time limit, as published. The
+  // central's callbacks wake the wait.
+  internals_->waitUntil([&] { return BLEPortEnable.load() != 0; });
   if (BLEPortEnable == 1) return 1;
   BLEPortEnable = 0;
   return -1;

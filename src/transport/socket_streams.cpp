@@ -18,6 +18,7 @@
 #include <memory>
 #include <mutex>
 #include <shared_mutex>
+#include <system_error>
 #include <thread>
 
 namespace orvante::transport {
@@ -44,7 +45,10 @@ struct Resolution {
   int doneFd;
 };
 
-void resolveInBackground(const std::shared_ptr<Resolution>& state, std::string host, int port) {
+// False when no thread could be started for it.
+bool resolveInBackground(const std::shared_ptr<Resolution>& state, std::string host, int port) {
+  if (state->doneFd < 0) return false;
+  try {
   std::thread([state, host = std::move(host), port] {
     addrinfo hints{};
     hints.ai_family = AF_UNSPEC;
@@ -63,6 +67,10 @@ void resolveInBackground(const std::shared_ptr<Resolution>& state, std::string h
     const std::uint64_t one = 1;
     (void)!::write(state->doneFd, &one, sizeof one);
   }).detach();
+  } catch (const std::system_error&) {
+    return false;
+  }
+  return true;
 }
 
 class SocketCore : public std::enable_shared_from_this<SocketCore> {
@@ -80,7 +88,12 @@ class SocketCore : public std::enable_shared_from_this<SocketCore> {
     }
     if (fd_ >= 0) ::close(fd_);
     if (wakeFd_ >= 0) ::close(wakeFd_);
+    if (poller_ >= 0) ::close(poller_);
   }
+
+  // False when the descriptors the pair needs could not be made (the
+  // process is out of them): such a pair is never handed out.
+  bool usable() const { return wakeFd_ >= 0 && poller_ >= 0; }
 
   void attach(Side side, Stream* stream) {
     std::lock_guard lock(mutex_);
@@ -126,26 +139,30 @@ class SocketCore : public std::enable_shared_from_this<SocketCore> {
       std::lock_guard lock(mutex_);
       auto& state = sides_[side];
       if (state.status != StreamStatus::NotOpen) return;
-      if (finished_) {
+      // A link that failed (or ended) before this side opened fails it too,
+      // even when the connection had been made.
+      if (finished_ || failed_) {
         state.status = StreamStatus::Error;
         if (error_.empty()) error_ = "the link is closed";
         pending_.push_back({side, stream_event::ErrorOccurred});
       } else if (connected_) {
         state.status = StreamStatus::Open;
         pending_.push_back({side, stream_event::OpenCompleted});
-      } else if (failed_) {
-        state.status = StreamStatus::Error;
-        pending_.push_back({side, stream_event::ErrorOccurred});
       } else {
         state.status = StreamStatus::Opening;
       }
       start = !started_;
       started_ = true;
     }
-    if (start) {
-      thread_ = std::thread([self = shared_from_this()] { self->run(); });
-    } else {
+    if (!start) {
       wake();
+      return;
+    }
+    try {
+      thread_ = std::thread([self = shared_from_this()] { self->run(); });
+    } catch (const std::system_error& failure) {
+      // No thread to deliver events: the streams fail where they stand.
+      fail(failure.what(), side);
     }
   }
 
@@ -359,7 +376,10 @@ class SocketCore : public std::enable_shared_from_this<SocketCore> {
 
   bool resolveAndConnect() {
     auto resolution = std::make_shared<Resolution>();
-    resolveInBackground(resolution, host_, port_);
+    if (!resolveInBackground(resolution, host_, port_)) {
+      fail("no resources to resolve the printer's name", kInput);
+      return false;
+    }
     short revents = 0;
     if (!waitFor(resolution->doneFd, POLLIN, &revents)) return false;
     addrinfo* addresses;
@@ -449,7 +469,7 @@ class SocketCore : public std::enable_shared_from_this<SocketCore> {
     becomeConnected();
     deliverPending();
 
-    const int poller = epoll_create1(EPOLL_CLOEXEC);
+    const int poller = poller_;
     int socketFd;
     {
       std::shared_lock fdLock(fdMutex_);
@@ -461,8 +481,12 @@ class SocketCore : public std::enable_shared_from_this<SocketCore> {
     epoll_event wakeEvent{};
     wakeEvent.events = EPOLLIN;
     wakeEvent.data.fd = wakeFd_;
-    epoll_ctl(poller, EPOLL_CTL_ADD, socketFd, &socketEvent);
-    epoll_ctl(poller, EPOLL_CTL_ADD, wakeFd_, &wakeEvent);
+    if (epoll_ctl(poller, EPOLL_CTL_ADD, socketFd, &socketEvent) != 0 ||
+        epoll_ctl(poller, EPOLL_CTL_ADD, wakeFd_, &wakeEvent) != 0) {
+      fail(describeErrno(errno), kInput);
+      deliverPending();
+      return;
+    }
 
     bool newData = available() > 0;
     for (;;) {
@@ -496,7 +520,11 @@ class SocketCore : public std::enable_shared_from_this<SocketCore> {
 
       std::array<epoll_event, 4> events;
       const int count = epoll_wait(poller, events.data(), events.size(), -1);
-      if (count < 0 && errno != EINTR) break;
+      if (count < 0 && errno != EINTR) {
+        fail(describeErrno(errno), kInput);
+        deliverPending();
+        break;
+      }
       for (int i = 0; i < count; ++i) {
         if (events[i].data.fd == wakeFd_) {
           drainWake();
@@ -519,7 +547,6 @@ class SocketCore : public std::enable_shared_from_this<SocketCore> {
         }
       }
     }
-    ::close(poller);
   }
 
   const std::string host_;
@@ -527,6 +554,7 @@ class SocketCore : public std::enable_shared_from_this<SocketCore> {
   int fd_ = -1;
   const bool adopted_ = false;
   const int wakeFd_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+  const int poller_ = epoll_create1(EPOLL_CLOEXEC);
   std::thread thread_;
 
   mutable std::mutex mutex_;       // the state below
@@ -598,14 +626,18 @@ StreamPair pairOver(const std::shared_ptr<SocketCore>& core) {
 
 StreamPair connectSocketStreams(const std::string& host, int port) {
   if (host.empty() || port < 0 || port > 65535) return {};
-  return pairOver(std::make_shared<SocketCore>(host, port));
+  auto core = std::make_shared<SocketCore>(host, port);
+  if (!core->usable()) return {};
+  return pairOver(core);
 }
 
 StreamPair adoptSocketStreams(int fd) {
   if (fd < 0) return {};
   const int flags = ::fcntl(fd, F_GETFL);
   ::fcntl(fd, F_SETFL, flags | O_NONBLOCK);
-  return pairOver(std::make_shared<SocketCore>(fd));
+  auto core = std::make_shared<SocketCore>(fd);
+  if (!core->usable()) return {};
+  return pairOver(core);
 }
 
 StreamPair SocketStreamFactory::createPairWithSocketToHost(const std::string& host,

@@ -46,7 +46,7 @@ std::int64_t ORVANTESDK::openport_ethernet_delay(const std::string& host, std::i
   iStream = pair.input;
   oStream = pair.output;
   startTcpStreams(pair);
-  EthernetPortEnable = 1;
+  raiseTcpFlag();
   pause(delay);
   return 1;
 }
@@ -81,7 +81,37 @@ void ORVANTESDK::openport_thread(const std::string& host) {
     EthernetPortEnable = 0;
     closeport();
   }
-  EthernetPortEnable = 1;
+  raiseTcpFlag();
+}
+
+// The streams start before the flag goes up, so the error action may have
+// run for them already; it runs again then, so the flag never outlives the
+// failure of its link.
+void ORVANTESDK::raiseTcpFlag() {
+  bool failedAlready = false;
+  {
+    std::lock_guard flag(internals_->tcpFlagMutex);
+    EthernetPortEnable = 1;
+    for (const std::shared_ptr<orvante::Stream>& stream :
+         {std::shared_ptr<orvante::Stream>(iStream.load()),
+          std::shared_ptr<orvante::Stream>(oStream.load())}) {
+      if (stream && orvante::isFinished(stream->streamStatus())) failedAlready = true;
+    }
+  }
+  if (failedAlready) failTcpLink();
+}
+
+// Streams that the error action closed can never carry a byte again:
+// closing the link releases them instead of keeping them for the session's
+// lifetime.
+void ORVANTESDK::releaseFailedTcpStreams() {
+  const auto input = iStream.load();
+  const auto output = oStream.load();
+  if (!orvante::isDead({input, output})) return;
+  iStream = nullptr;
+  oStream = nullptr;
+  if (readStream.load() == input) readStream = nullptr;
+  if (writeStream.load() == output) writeStream = nullptr;
 }
 
 // closeport waits 1.5 s in the TCP and accessory branches and clears the
@@ -120,6 +150,7 @@ std::int64_t ORVANTESDK::closeLink(std::optional<double> delayBefore, bool disco
     return 1;
   }
 
+  releaseFailedTcpStreams();
   if (MFI_port != 1) {
     if (disconnectBle && BLEPortEnable == 1) BLE_Disconnect();
     return -1;

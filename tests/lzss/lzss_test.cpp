@@ -181,4 +181,8 @@ TEST(Lzss, TheDecoderRefusesBrokenStreams) {
   EXPECT_THROW(lzss::decode(encoded, text.size() - 2), lzss::DecodeError);
   // A match into ring positions the stream never filled.
   EXPECT_THROW(lzss::decode(Bytes{0x00, 0xF0, 0xF0}, 3), lzss::DecodeError);
+  // A size no stream of that length can reach is refused before anything
+  // is allocated for it.
+  EXPECT_THROW(lzss::decode(encoded, SIZE_MAX), lzss::DecodeError);
+  EXPECT_THROW(lzss::decode(encoded, std::size_t{1} << 40), lzss::DecodeError);
 }

@@ -104,3 +104,20 @@ TEST(SocketStreams, OneWriteTakesOnlyWhatTheLinkAccepts) {
   peer.pauseReading(false);
   EXPECT_TRUE(peer.waitForBytes(static_cast<std::size_t>(written)));
 }
+
+TEST(SocketStreams, AStreamOpenedAfterThePrinterHungUpFailsToo) {
+  LoopbackPrinter printer;
+  auto pair = transport::connectSocketStreams("127.0.0.1", printer.port());
+  EventLog events;
+  for (const std::shared_ptr<Stream>& stream :
+       {std::shared_ptr<Stream>(pair.input), std::shared_ptr<Stream>(pair.output)}) {
+    stream->setDelegate(&events);
+    stream->scheduleInRunLoop();
+  }
+  pair.input->open();
+  printer.connection()->close();
+  ASSERT_TRUE(eventually([&] { return pair.input->streamStatus() == StreamStatus::AtEnd; }));
+  pair.output->open();
+  EXPECT_EQ(pair.output->streamStatus(), StreamStatus::Error);
+  EXPECT_TRUE(eventually([&] { return events.saw(pair.output.get(), stream_event::ErrorOccurred); }));
+}

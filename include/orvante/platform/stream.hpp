@@ -81,6 +81,12 @@ struct StreamPair {
   std::shared_ptr<OutputStream> output;
 };
 
+// A pair neither of whose streams can carry bytes again (or that has none).
+inline bool isDead(const StreamPair& pair) {
+  const auto done = [](const auto& stream) { return !stream || isFinished(stream->streamStatus()); };
+  return done(pair.input) && done(pair.output);
+}
+
 class StreamFactory {
  public:
   virtual ~StreamFactory() = default;

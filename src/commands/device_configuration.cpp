@@ -6,24 +6,16 @@
 
 #include "../session/internals.hpp"
 #include "../session/link.hpp"
-#include "command_text.hpp"
+#include "command_lines.hpp"
 #include "text_encoding.hpp"
 
-using orvante::fill;
+namespace commands = orvante::commands;
 using V = orvante::Value;
 
 namespace {
 
 // The wireless commands report "1" whatever happened.
 const std::string kDone = "1";
-
-const char* const kBatteryReports[] = {
-    "DIAGNOSTIC REPORT SMBSERIAL\r\n",       "DIAGNOSTIC REPORT SMBVOLTAGE\r\n",
-    "DIAGNOSTIC REPORT SMBREMCAPCITY\r\n",   "DIAGNOSTIC REPORT SMBTEMPERATURE\r\n",
-    "DIAGNOSTIC REPORT SMBDISCYCLE\r\n",     "DIAGNOSTIC REPORT SMBMANUDATE\r\n",
-    "DIAGNOSTIC REPORT SMBREPLACECOUNT\r\n", "DIAGNOSTIC REPORT SMBLIFE\r\n",
-    "DIAGNOSTIC REPORT SMBSOH\r\n",
-};
 
 std::optional<std::string> asciiReply(const std::optional<orvante::Bytes>& reply) {
   if (!reply) return std::nullopt;
@@ -44,70 +36,70 @@ std::string cutReport(const std::string& text) {
 }  // namespace
 
 std::string ORVANTESDK::WiFi_Default() {
-  sendcommand("WLAN DEFAULT\r\n");
+  sendcommand(std::string(commands::kWifiDefaultLine));
   sendcommandWithData(orvante::viewOf("\x1B!R"));
   return kDone;
 }
 
 std::string ORVANTESDK::WiFi_SSID(const std::string& ssid) {
-  sendcommand(fill("WLAN SSID \"%@\"\r\n", {ssid}));
+  sendcommand(commands::wifiSsidLine(ssid));
   return kDone;
 }
 
 std::string ORVANTESDK::WiFi_WPA(const std::string& passphrase) {
-  sendcommand(fill("WLAN WPA \"%@\"\r\n", {passphrase}));
+  sendcommand(commands::wifiWpaLine(passphrase));
   return kDone;
 }
 
 std::string ORVANTESDK::WiFi_WEP(std::int64_t keyIndex, const std::string& key) {
-  sendcommand(fill("WLAN WEP %@,\"%@\"\r\n", {static_cast<std::int32_t>(keyIndex), key}));
+  sendcommand(commands::wifiWepLine(static_cast<std::int32_t>(keyIndex), key));
   return kDone;
 }
 
 std::string ORVANTESDK::WiFi_DHCP() {
-  sendcommand("WLAN DHCP\r\n");
+  sendcommand(std::string(commands::kWifiDhcpLine));
   return kDone;
 }
 
 std::string ORVANTESDK::WiFi_Port(std::int64_t port) {
-  sendcommand(fill("WLAN PORT %@\r\n", {static_cast<std::int32_t>(port)}));
+  sendcommand(commands::wifiPortLine(static_cast<std::int32_t>(port)));
   return kDone;
 }
 
 std::string ORVANTESDK::WiFi_StaticIP(const std::string& address, const std::string& mask,
                                       const std::string& gateway) {
-  sendcommand(fill("WLAN IP \"%@\", \"%@\", \"%@\"\r\n", {address, mask, gateway}));
+  sendcommand(commands::wifiStaticIpLine(address, mask, gateway));
   return kDone;
 }
 
 std::string ORVANTESDK::smartbattery_status(std::int64_t selector) {
   const auto link = currentLink();
   if (link == Link::Tcp) {
-    sendcommand_getstring("DIAGNOSTIC INTERFACE NET\r\n");
+    sendcommand_getstring(commands::interfaceLine("NET"));
   } else if (link == Link::Accessory) {
-    sendcommand_getstring("DIAGNOSTIC INTERFACE COM\r\n");
+    sendcommand_getstring(commands::interfaceLine("COM"));
   }
   std::optional<std::string> text = std::string();
   if (selector >= 0 && selector <= 8)
-    text = asciiReply(sendcommand_getstring(kBatteryReports[selector]));
+    text = asciiReply(sendcommand_getstring(std::string(commands::batteryReportLine(selector))));
   // A reply that is no text (no link, the error marker) cannot be cut either.
   return cutReport(text.value_or(std::string()));
 }
 
 std::int64_t ORVANTESDK::rfidRead(const V& tagType, const V& format, const V& startBlock,
                                   const V& readDataSize, const V& memoryBank) {
-  return sendcommand(fill("RFID READ, %@, %@, %@, %@, %@, \"\"\r\n",
-                          {tagType, format, startBlock, readDataSize, memoryBank}));
+  return sendcommand(
+      commands::rfidReadLine(tagType, format, startBlock, readDataSize, memoryBank));
 }
 
 std::int64_t ORVANTESDK::rfidWrite(const V& tagType, const V& format, const V& startBlock,
                                    const V& readDataSize, const V& memoryBank, const V& data) {
-  return sendcommand(fill("RFID WRITE, %@, %@, %@, %@, %@, \"%@\"\r\n",
-                          {tagType, format, startBlock, readDataSize, memoryBank, data}));
+  return sendcommand(
+      commands::rfidWriteLine(tagType, format, startBlock, readDataSize, memoryBank, data));
 }
 
 std::int64_t ORVANTESDK::rfidDetect() {
-  return sendcommand("RFIDDETECT\r\n");
+  return sendcommand(std::string(commands::kRfidDetectLine));
 }
 
 std::optional<std::string> ORVANTESDK::rfidGetReadData() {

@@ -7,6 +7,7 @@
 
 #include "../session/internals.hpp"
 #include "../session/link.hpp"
+#include "command_lines.hpp"
 #include "text_encoding.hpp"
 
 using orvante::Bytes;
@@ -32,8 +33,7 @@ std::optional<Bytes> readFile(const std::string& path) {
 }
 
 Bytes header(const std::string& name, std::size_t size) {
-  return orvante::encode("DOWNLOAD F,\"" + name + "\"," + std::to_string(size) + ",",
-                         TextEncoding::Big5Hkscs);
+  return orvante::encode(orvante::commands::downloadHeader(name, size), TextEncoding::Big5Hkscs);
 }
 
 const Bytes kLineEnd = orvante::bytesOf("\r\n");

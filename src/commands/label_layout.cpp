@@ -3,10 +3,9 @@
 
 #include "../session/internals.hpp"
 #include "../session/link.hpp"
-#include "command_text.hpp"
+#include "command_lines.hpp"
 #include "text_encoding.hpp"
 
-using orvante::fill;
 using orvante::TextEncoding;
 using V = orvante::Value;
 
@@ -35,27 +34,10 @@ constexpr orvante::LayoutRule kTextBig5{TextEncoding::Big5, -1, true};
 constexpr orvante::LayoutRule kPrint{TextEncoding::Big5Hkscs, 1, true};
 constexpr orvante::LayoutRule kFeed{TextEncoding::Big5Hkscs, 1, false};
 
-constexpr const char* kBarcodeLine = "BARCODE %@, %@, \"%@\", %@, %@, %@, %@, %@, \"%@\"\r\n";
-constexpr const char* kTextLine = "TEXT %@, %@, \"%@\", %@, %@, %@, \"%@\"\r\n";
-
-std::string textLine(const V& x, const V& y, const V& fontName, const V& rotation,
-                     const V& magnificationRateX, const V& magnificationRateY, const V& content) {
-  return fill(kTextLine,
-              {x, y, fontName, rotation, magnificationRateX, magnificationRateY, content});
-}
-
-std::string barcodeLine(const V& x, const V& y, const V& barcodeType, const V& height,
-                        const V& readable, const V& rotation, const V& narrow, const V& wide,
-                        const V& code) {
-  return fill(kBarcodeLine, {x, y, barcodeType, height, readable, rotation, narrow, wide, code});
-}
-
-std::string setupText(const V& width, const V& height, const V& speed, const V& density,
-                      const V& sensor, const V& vertical, const V& offset) {
-  return fill("SIZE %@ mm, %@ mm\r\n", {width, height}) + fill("SPEED %@\r\n", {speed}) +
-         fill("DENSITY %@\r\n", {density}) +
-         fill("%@ %@ mm,%@ mm\r\n", {sensor.boolValue() ? "BLINE" : "GAP", vertical, offset});
-}
+using orvante::commands::barcodeLine;
+using orvante::commands::printLine;
+using orvante::commands::setupLines;
+using orvante::commands::textLine;
 
 }  // namespace
 
@@ -96,23 +78,23 @@ std::int64_t ORVANTESDK::sendLayout(const std::string& text, const orvante::Layo
 
 std::int64_t ORVANTESDK::setup(const V& width, const V& height, const V& speed, const V& density,
                                const V& sensor, const V& vertical, const V& offset) {
-  return sendLayout(setupText(width, height, speed, density, sensor, vertical, offset), kSetup,
+  return sendLayout(setupLines(width, height, speed, density, sensor, vertical, offset), kSetup,
                     std::nullopt);
 }
 
 std::int64_t ORVANTESDK::setupForWidth(const V& width, const V& height, const V& speed,
                                        const V& density, const V& sensor, const V& vertical,
                                        const V& offset, double delay) {
-  return sendLayout(setupText(width, height, speed, density, sensor, vertical, offset), kSetup,
+  return sendLayout(setupLines(width, height, speed, density, sensor, vertical, offset), kSetup,
                     delay);
 }
 
 std::int64_t ORVANTESDK::clearbuffer() {
-  return sendLayout("CLS\r\n", kClear, std::nullopt);
+  return sendLayout(std::string(orvante::commands::kClearLine), kClear, std::nullopt);
 }
 
 std::int64_t ORVANTESDK::clearBuffer(double delay) {
-  return sendLayout("CLS\r\n", kClear, delay);
+  return sendLayout(std::string(orvante::commands::kClearLine), kClear, delay);
 }
 
 std::int64_t ORVANTESDK::barcode(const V& x, const V& y, const V& barcodeType, const V& height,
@@ -195,25 +177,25 @@ std::int64_t ORVANTESDK::printerfont_UTF8(const V& x, const V& y, const V& fontN
 }
 
 std::int64_t ORVANTESDK::printlabel(const V& sets, const V& copies) {
-  return sendLayout(fill("PRINT %@,%@\r\n", {sets, copies}), kPrint, std::nullopt);
+  return sendLayout(printLine(sets, copies), kPrint, std::nullopt);
 }
 
 std::int64_t ORVANTESDK::printLabelWithNumberOfSets(const V& sets, const V& copies, double delay) {
-  return sendLayout(fill("PRINT %@,%@\r\n", {sets, copies}), kPrint, delay);
+  return sendLayout(printLine(sets, copies), kPrint, delay);
 }
 
 std::int64_t ORVANTESDK::formfeed() {
-  return sendLayout("FORMFEED\r\n", kFeed, std::nullopt);
+  return sendLayout(std::string(orvante::commands::kFormFeedLine), kFeed, std::nullopt);
 }
 
 std::int64_t ORVANTESDK::formfeed(double delay) {
-  return sendLayout("FORMFEED\r\n", kFeed, delay);
+  return sendLayout(std::string(orvante::commands::kFormFeedLine), kFeed, delay);
 }
 
 std::int64_t ORVANTESDK::nobackfeed() {
-  return sendLayout("SET TEAR OFF\r\n", kFeed, std::nullopt);
+  return sendLayout(std::string(orvante::commands::kTearOffLine), kFeed, std::nullopt);
 }
 
 std::int64_t ORVANTESDK::nobackfeed(double delay) {
-  return sendLayout("SET TEAR OFF\r\n", kFeed, delay);
+  return sendLayout(std::string(orvante::commands::kTearOffLine), kFeed, delay);
 }

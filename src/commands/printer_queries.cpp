@@ -4,6 +4,7 @@
 
 #include "../session/internals.hpp"
 #include "../session/link.hpp"
+#include "command_lines.hpp"
 #include "text_encoding.hpp"
 
 using orvante::Bytes;
@@ -16,12 +17,7 @@ const Bytes kErrorMarker{0xFF};
 
 constexpr double kBleSettlePass = 1.0;
 
-const char kName[] = "~!T";
-const char kCodePage[] = "~!I";
-const char kMileage[] = "~!@";
-const char kFreeMemory[] = "~!A";
-const char kFiles[] = "~!F";
-const char kStatus[] = "\x1B!?";
+using namespace orvante::commands;
 const char kLineEnd[] = "\r\n";
 
 bool statusKeepsWaiting(orvante::StreamStatus status) {
@@ -120,33 +116,33 @@ std::optional<Bytes> ORVANTESDK::query(ByteView command, double tcpPause) {
 }
 
 std::optional<Bytes> ORVANTESDK::printer_name() {
-  return query(orvante::viewOf(kName), 0.3);
+  return query(orvante::viewOf(kNameQuery), 0.3);
 }
 
 std::optional<Bytes> ORVANTESDK::printer_codepage() {
-  return query(orvante::viewOf(kCodePage), 0.3);
+  return query(orvante::viewOf(kCodePageQuery), 0.3);
 }
 
 std::optional<Bytes> ORVANTESDK::printer_mileage() {
-  return query(orvante::viewOf(kMileage), 0.2);
+  return query(orvante::viewOf(kMileageQuery), 0.2);
 }
 
 std::optional<Bytes> ORVANTESDK::printer_freememory() {
-  return query(orvante::viewOf(kFreeMemory), 0.2);
+  return query(orvante::viewOf(kFreeMemoryQuery), 0.2);
 }
 
 std::optional<Bytes> ORVANTESDK::printer_files() {
-  return query(orvante::viewOf(kFiles), 0.2);
+  return query(orvante::viewOf(kFilesQuery), 0.2);
 }
 
 std::optional<Bytes> ORVANTESDK::printerstatus() {
   pause(0.2);
   if (stream_status() == -1) return orvante::bytesOf("-1");
   const auto link = currentLink();
-  if (link == Link::Ble) return query(orvante::viewOf(kStatus), 0);
+  if (link == Link::Ble) return query(orvante::viewOf(kStatusQuery), 0);
   if (link == Link::None) return std::nullopt;
   Internals::ReplyClaim claim(*internals_);
-  sendcommandWithData(orvante::viewOf(kStatus));
+  sendcommandWithData(orvante::viewOf(kStatusQuery));
   return awaitReply(true);
 }
 

@@ -1,0 +1,67 @@
+#pragma once
+// The printer's command lines, each written once: both the session and
+// orvante::Label build their bytes here. Text lines end in CR LF; the
+// arguments take their text form (a string as it is, a number in its
+// shortest decimal form).
+
+#include <string>
+#include <string_view>
+
+#include <orvante/value.hpp>
+
+namespace orvante::commands {
+
+// --- Label layout and print --------------------------------------------------
+std::string sizeLine(const Value& widthMm, const Value& heightMm);
+std::string speedLine(const Value& speed);
+std::string densityLine(const Value& density);
+// GAP, or BLINE when sensing black marks.
+std::string mediaLine(bool blackMark, const Value& distanceMm, const Value& offsetMm);
+// Size, speed, density and media in one go, as setup sends them.
+std::string setupLines(const Value& width, const Value& height, const Value& speed,
+                       const Value& density, const Value& sensor, const Value& vertical,
+                       const Value& offset);
+inline constexpr std::string_view kClearLine = "CLS\r\n";
+std::string barcodeLine(const Value& x, const Value& y, const Value& type, const Value& height,
+                        const Value& readable, const Value& rotation, const Value& narrow,
+                        const Value& wide, const Value& code);
+std::string textLine(const Value& x, const Value& y, const Value& font, const Value& rotation,
+                     const Value& xMultiplier, const Value& yMultiplier, const Value& content);
+std::string printLine(const Value& sets, const Value& copies);
+inline constexpr std::string_view kFormFeedLine = "FORMFEED\r\n";
+inline constexpr std::string_view kTearOffLine = "SET TEAR OFF\r\n";
+inline constexpr std::string_view kTearOnLine = "SET TEAR ON\r\n";
+
+// --- Queries, answered at once without a line end ------------------------------
+inline constexpr std::string_view kNameQuery = "~!T";
+inline constexpr std::string_view kCodePageQuery = "~!I";
+inline constexpr std::string_view kMileageQuery = "~!@";
+inline constexpr std::string_view kFreeMemoryQuery = "~!A";
+inline constexpr std::string_view kFilesQuery = "~!F";
+inline constexpr std::string_view kStatusQuery = "\x1B!?";
+
+// --- Device configuration ------------------------------------------------------
+inline constexpr std::string_view kWifiDefaultLine = "WLAN DEFAULT\r\n";
+inline constexpr std::string_view kWifiDhcpLine = "WLAN DHCP\r\n";
+std::string wifiSsidLine(const Value& ssid);
+std::string wifiWpaLine(const Value& passphrase);
+std::string wifiWepLine(const Value& keyIndex, const Value& key);
+std::string wifiPortLine(const Value& port);
+std::string wifiStaticIpLine(const Value& address, const Value& mask, const Value& gateway);
+// The interface the battery reports answer on: NET or COM.
+std::string interfaceLine(std::string_view interface);
+// The battery report lines by selector 0 to 8 (serial number, voltage,
+// remaining capacity, temperature, discharge cycles, manufacture date,
+// replacement count, life, state of health); empty for other selectors.
+std::string_view batteryReportLine(long long selector);
+std::string rfidReadLine(const Value& tagType, const Value& format, const Value& startBlock,
+                         const Value& size, const Value& memoryBank);
+std::string rfidWriteLine(const Value& tagType, const Value& format, const Value& startBlock,
+                          const Value& size, const Value& memoryBank, const Value& data);
+inline constexpr std::string_view kRfidDetectLine = "RFIDDETECT\r\n";
+
+// --- Downloads -------------------------------------------------------------------
+// The header before a file's bytes; the bytes are followed by CR LF.
+std::string downloadHeader(std::string_view name, std::size_t size);
+
+}  // namespace orvante::commands

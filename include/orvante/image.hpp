@@ -29,9 +29,10 @@ class Image {
 
   // A fully transparent image.
   static Image transparent(int width, int height);
-  // Decodes PNG, JPEG and the other common formats; the empty image when
-  // the file cannot be read or decoded, is truncated, or has more than
-  // kMaxPixels pixels (read from its header, before decoding).
+  // Decodes PNG, JPEG, GIF (its first frame) and BMP; the empty image when
+  // the file cannot be read or decoded, is truncated, is in another format,
+  // or has more than kMaxPixels pixels (read from its header, before
+  // decoding).
   static Image fromFile(const std::string& path);
   static Image fromData(ByteView bytes);
 

@@ -5,7 +5,10 @@
 #include <gdk-pixbuf/gdk-pixbuf.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
+#include <initializer_list>
+#include <optional>
 #include <stdexcept>
 #include <vector>
 
@@ -45,10 +48,11 @@ Image fromPixbuf(GdkPixbuf* pixbuf) {
 // nothing.
 class BudgetedLoader {
  public:
-  BudgetedLoader() : loader_(gdk_pixbuf_loader_new()) {
+  explicit BudgetedLoader(const char* format) : loader_(gdk_pixbuf_loader_new_with_type(format, nullptr)) {
     g_signal_connect(loader_, "size-prepared", G_CALLBACK(&BudgetedLoader::sizePrepared), this);
   }
   ~BudgetedLoader() {
+    if (!loader_) return;
     if (!closed_) gdk_pixbuf_loader_close(loader_, nullptr);
     g_object_unref(loader_);
   }
@@ -57,6 +61,7 @@ class BudgetedLoader {
 
   // False once the data is known to give no image.
   bool write(ByteView bytes) {
+    if (!loader_) return false;
     GError* error = nullptr;
     const bool ok = gdk_pixbuf_loader_write(loader_, bytes.data(), bytes.size(), &error);
     if (error) g_error_free(error);
@@ -86,6 +91,30 @@ class BudgetedLoader {
 
 constexpr std::size_t kPiece = 64 * 1024;
 
+std::uint32_t littleEndian32(ByteView bytes, std::size_t at) {
+  return bytes[at] | bytes[at + 1] << 8 | bytes[at + 2] << 16 |
+         static_cast<std::uint32_t>(bytes[at + 3]) << 24;
+}
+
+// The format of an image by its first bytes, or none: only the formats
+// labels come in are decoded, so a printer's input never reaches the
+// system's other, rarely used loaders. A BMP must place its pixels and
+// header inside the data, or its loader would reserve what it claims.
+const char* formatOf(ByteView head, std::uint64_t total) {
+  auto startsWith = [&](std::initializer_list<std::uint8_t> magic) {
+    return head.size() >= magic.size() && std::equal(magic.begin(), magic.end(), head.begin());
+  };
+  if (startsWith({0x89, 'P', 'N', 'G'})) return "png";
+  if (startsWith({0xFF, 0xD8, 0xFF})) return "jpeg";
+  if (startsWith({'G', 'I', 'F', '8'})) return "gif";
+  if (startsWith({'B', 'M'}) && head.size() >= 18) {
+    const std::uint32_t pixelsAt = littleEndian32(head, 10);
+    const std::uint32_t headerSize = littleEndian32(head, 14);
+    if (pixelsAt <= total && headerSize >= 12 && headerSize <= pixelsAt) return "bmp";
+  }
+  return nullptr;
+}
+
 }  // namespace
 
 Image::Image(int width, int height, Bytes rgba, double scale)
@@ -102,25 +131,32 @@ Image Image::transparent(int width, int height) {
 }
 
 Image Image::fromFile(const std::string& path) {
+  std::error_code failure;
+  const auto total = std::filesystem::file_size(path, failure);
   std::ifstream file(path, std::ios::binary);
-  if (!file) return {};
-  BudgetedLoader loader;
+  if (failure || !file) return {};
   std::vector<char> piece(kPiece);
-  bool any = false;
+  std::optional<BudgetedLoader> loader;
   while (file) {
     file.read(piece.data(), static_cast<std::streamsize>(piece.size()));
     const auto count = static_cast<std::size_t>(file.gcount());
     if (count == 0) break;
-    any = true;
-    if (!loader.write({reinterpret_cast<const std::uint8_t*>(piece.data()), count})) return {};
+    const ByteView bytes{reinterpret_cast<const std::uint8_t*>(piece.data()), count};
+    if (!loader) {
+      const char* format = formatOf(bytes, total);
+      if (!format) return {};
+      loader.emplace(format);
+    }
+    if (!loader->write(bytes)) return {};
   }
-  if (!any || file.bad()) return {};
-  return loader.finish();
+  if (!loader || file.bad()) return {};
+  return loader->finish();
 }
 
 Image Image::fromData(ByteView bytes) {
-  if (bytes.empty()) return {};
-  BudgetedLoader loader;
+  const char* format = formatOf(bytes, bytes.size());
+  if (!format) return {};
+  BudgetedLoader loader(format);
   for (std::size_t at = 0; at < bytes.size(); at += kPiece) {
     if (!loader.write(bytes.subspan(at, std::min(kPiece, bytes.size() - at)))) return {};
   }

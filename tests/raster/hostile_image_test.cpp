@@ -149,3 +149,25 @@ TEST(HostileImage, OutlandishSizesGiveNoImageOrTheFailureValue) {
   const Image dense(2, 2, Bytes(16, 255), 1e-300);
   EXPECT_THROW(session.CovertToBlackAndWhiteScale(dense, 0.5), std::bad_alloc);
 }
+
+TEST(HostileImage, OnlyTheFormatsLabelsComeInAreDecoded) {
+  GdkPixbuf* pixbuf = gdk_pixbuf_new(GDK_COLORSPACE_RGB, FALSE, 8, 3, 2);
+  gdk_pixbuf_fill(pixbuf, 0x000000ff);
+  gchar* buffer = nullptr;
+  gsize size = 0;
+  gdk_pixbuf_save_to_buffer(pixbuf, &buffer, &size, "bmp", nullptr, nullptr);
+  Bytes bmp(buffer, buffer + size);
+  g_free(buffer);
+  g_object_unref(pixbuf);
+  EXPECT_EQ(Image::fromData(bmp).pixelWidth(), 3);
+  const Bytes gif{'G', 'I', 'F', '8', '9', 'a', 1, 0, 1, 0, 0x80, 0, 0, 0, 0, 0, 0xFF, 0xFF, 0xFF,
+                  ',', 0, 0, 0, 0, 1, 0, 1, 0, 0, 2, 2, 'D', 1, 0, ';'};
+  EXPECT_EQ(Image::fromData(gif).pixelWidth(), 1);
+  // A BMP whose pixels would start gigabytes past its end.
+  bmp[10] = bmp[11] = bmp[12] = bmp[13] = 0xA5;
+  EXPECT_TRUE(Image::fromData(bmp).empty());
+  // The system decodes XPM too, but a label image never comes as one.
+  const std::string xpm =
+      "/* XPM */\nstatic char *x[] = {\"1 1 1 1\", \"a c #000000\", \"a\"};\n";
+  EXPECT_TRUE(Image::fromData(viewOf(xpm)).empty());
+}

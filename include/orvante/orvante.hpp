@@ -4,12 +4,15 @@
 #include <orvante/lzss.h>
 #include <orvante/ble_globals.hpp>
 #include <orvante/bytes.hpp>
+#include <orvante/dither.hpp>
 #include <orvante/exception.hpp>
 #include <orvante/field.hpp>
 #include <orvante/image.hpp>
+#include <orvante/label.hpp>
 #include <orvante/log.hpp>
 #include <orvante/lzss.hpp>
 #include <orvante/platform/platform.hpp>
+#include <orvante/printer.hpp>
 #include <orvante/session.hpp>
 #include <orvante/value.hpp>
 #include <orvante/version.hpp>

@@ -7,7 +7,7 @@
 
 #include <orvante/session.hpp>
 
-#include "link_signal.hpp"
+#include "../transport/link_signal.hpp"
 
 class SessionDelegates final : public orvante::StreamDelegate,
                                public orvante::ble::CentralDelegate,
@@ -15,7 +15,7 @@ class SessionDelegates final : public orvante::StreamDelegate,
  public:
   explicit SessionDelegates(ORVANTESDK& session) : session_(session) {}
 
-  orvante::session::LinkSignal& signal() { return signal_; }
+  orvante::transport::LinkSignal& signal() { return signal_; }
 
   void stream(orvante::Stream* stream, std::uint64_t eventCode) override {
     Announce announce(signal_);
@@ -71,11 +71,11 @@ class SessionDelegates final : public orvante::StreamDelegate,
 
  private:
   struct Announce {
-    explicit Announce(orvante::session::LinkSignal& signal) : signal(signal) { signal.notify(); }
+    explicit Announce(orvante::transport::LinkSignal& signal) : signal(signal) { signal.notify(); }
     ~Announce() { signal.notify(); }
-    orvante::session::LinkSignal& signal;
+    orvante::transport::LinkSignal& signal;
   };
 
   ORVANTESDK& session_;
-  orvante::session::LinkSignal signal_;
+  orvante::transport::LinkSignal signal_;
 };

@@ -94,7 +94,7 @@ struct ORVANTESDK::Internals {
 
   // Every stream event and BLE callback moves this on; the caller's waits
   // sleep on it instead of spinning.
-  orvante::session::LinkSignal& linkSignal = delegates.signal();
+  orvante::transport::LinkSignal& linkSignal = delegates.signal();
 
   // Blocks until `ready` holds, waking on every event of the session's links.
   template <class Ready>

@@ -1,13 +1,13 @@
 #pragma once
-// A generation counter that the session's link events move on, so that the
-// published waits without a time limit sleep instead of spinning.
+// A generation counter that a link's events move on, so that a thread
+// waiting for space, bytes or a failure sleeps instead of spinning.
 
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
 
-namespace orvante::session {
+namespace orvante::transport {
 
 class LinkSignal {
  public:
@@ -32,10 +32,16 @@ class LinkSignal {
     changed_.wait_for(lock, std::chrono::milliseconds(50), [&] { return generation_ != seen; });
   }
 
+  // The same, but never past the deadline; false when the deadline came.
+  bool waitPastUntil(std::uint64_t seen, std::chrono::steady_clock::time_point deadline) {
+    std::unique_lock lock(mutex_);
+    return changed_.wait_until(lock, deadline, [&] { return generation_ != seen; });
+  }
+
  private:
   std::mutex mutex_;
   std::condition_variable changed_;
   std::uint64_t generation_ = 0;
 };
 
-}  // namespace orvante::session
+}  // namespace orvante::transport

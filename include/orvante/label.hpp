@@ -1,0 +1,96 @@
+#pragma once
+// orvante::Label: a label as a value. Each call adds the printer commands
+// for one element; bytes() gives them, ready for Printer::print or any
+// other way to the printer. The lines are the ones the session sends for
+// the same operations. Bad arguments are refused when added, with
+// std::invalid_argument saying what and why.
+//
+//   orvante::Label label;
+//   label.size(50, 30).gap(2).clear()
+//        .text(24, 24, "3", "ORVANTE")
+//        .barcode(24, 80, "128", "SHIP-000421", 80)
+//        .image(300, 20, orvante::Image::fromFile("logo.png"), {orvante::Dither::Atkinson})
+//        .print();
+
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+#include <orvante/bytes.hpp>
+#include <orvante/dither.hpp>
+#include <orvante/export.hpp>
+#include <orvante/image.hpp>
+
+namespace orvante {
+
+// The encodings printer-font text can be sent in.
+enum class Encoding { Utf8, Big5, Gb18030, Big5Hkscs };
+
+struct ImageOptions {
+  Dither dither = Dither::Threshold;
+  // The grey (0 to 255) below which a dot prints; the middle grey of the
+  // dithering modes.
+  double threshold = 128;
+};
+
+struct TextOptions {
+  int rotation = 0;  // 0, 90, 180 or 270
+  int xMultiplier = 1;
+  int yMultiplier = 1;
+  Encoding encoding = Encoding::Utf8;
+};
+
+struct BarcodeOptions {
+  bool readable = true;  // the human-readable line under the bars
+  int rotation = 0;
+  int narrow = 2;  // the narrow bar (module) width, in dots
+  int wide = 2;
+};
+
+class ORVANTE_EXPORT Label {
+ public:
+  // The printer's resolution, for sizes in mm and the checks against the
+  // label's size: 203 (8 dots/mm) or 300 (12 dots/mm), or any other.
+  explicit Label(int dpi = 203);
+
+  // --- Media ----------------------------------------------------------------
+  Label& size(double widthMm, double heightMm);
+  Label& gap(double gapMm, double offsetMm = 0);
+  Label& blackMark(double markMm, double offsetMm = 0);
+  Label& speed(double inchesPerSecond);
+  Label& density(int darkness);  // 0 to 15
+  Label& clear();
+
+  // --- Content, at x, y in dots ---------------------------------------------------
+  // Printer-font text: fonts "1" to "8", "0" (scalable) or a stored font name.
+  Label& text(int x, int y, std::string_view font, std::string_view content,
+              const TextOptions& options = {});
+  // A barcode type the printer knows ("128", "39", "EAN13", ...).
+  Label& barcode(int x, int y, std::string_view type, std::string_view code, int height,
+                 const BarcodeOptions& options = {});
+  // The image as the compressed bitmap packet.
+  Label& image(int x, int y, const Image& image, const ImageOptions& options = {});
+  // The image as the uncompressed BITMAP command.
+  Label& bitmap(int x, int y, const Image& image, const ImageOptions& options = {});
+
+  // --- Output -------------------------------------------------------------------
+  Label& print(int sets = 1, int copies = 1);
+  Label& formFeed();
+  Label& tearOff(bool on = true);
+  // A command line of the caller's; CR LF is added when it lacks a line end.
+  Label& raw(std::string_view line);
+
+  const Bytes& bytes() const { return bytes_; }
+  int dpi() const { return dpi_; }
+
+ private:
+  void append(std::string_view text, Encoding encoding = Encoding::Big5Hkscs);
+  void append(ByteView bytes);
+  void checkFits(int x, int y, int width, int height, std::string_view what) const;
+
+  int dpi_;
+  std::optional<std::pair<int, int>> sizeInDots_;
+  Bytes bytes_;
+};
+
+}  // namespace orvante

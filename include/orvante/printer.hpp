@@ -1,0 +1,94 @@
+#pragma once
+// orvante::Printer: a connection to one printer, for applications and
+// tools. Unlike the session it never pauses on purpose, every wait has a
+// time limit, and every failure is an orvante::Error that says what went
+// wrong. Calls from several threads are serialised on the connection.
+//
+//   auto printer = orvante::Printer::open("tcp://192.168.1.50");
+//   printer.print(label);
+//   std::cout << printer.name() << ": " << printer.status().describe() << '\n';
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <orvante/bytes.hpp>
+#include <orvante/export.hpp>
+
+namespace orvante {
+
+class Label;
+
+// Why a printer could not be reached or did not do what was asked.
+class ORVANTE_EXPORT Error : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// The printer's status byte and what it says.
+struct ORVANTE_EXPORT PrinterStatus {
+  std::uint8_t byte = 0;
+
+  bool ready() const { return byte == 0; }
+  bool headOpen() const { return byte & 0x01; }
+  bool paperJam() const { return byte & 0x02; }
+  bool outOfPaper() const { return byte & 0x04; }
+  bool outOfRibbon() const { return byte & 0x08; }
+  bool paused() const { return byte & 0x10; }
+  bool printing() const { return byte & 0x20; }
+  bool otherError() const { return byte & 0x80; }
+  // "ready", or the conditions in words: "head open, out of paper".
+  std::string describe() const;
+};
+
+class ORVANTE_EXPORT Printer {
+ public:
+  using Timeout = std::chrono::milliseconds;
+  // Bytes sent so far out of the total of one send.
+  using Progress = std::function<void(std::size_t sent, std::size_t total)>;
+
+  // Connects to "tcp://host[:port]" (port 9100 when absent; IPv6 addresses
+  // in brackets). Throws Error when the printer refuses, cannot be reached
+  // or does not answer within the timeout.
+  static Printer open(std::string_view uri, Timeout timeout = std::chrono::seconds(5));
+
+  Printer(Printer&&) noexcept;
+  Printer& operator=(Printer&&) noexcept;
+  ~Printer();
+
+  // Every byte is written, or Error is thrown: the printer closed or reset
+  // the connection, or took no byte for the stall timeout (30 s).
+  void send(ByteView bytes);
+  void send(std::string_view text);
+  void print(const Label& label);
+  void onProgress(Progress progress);
+  void setStallTimeout(Timeout timeout);
+
+  // Queries: one request, one reply, within the timeout or Error.
+  std::string name(Timeout timeout = std::chrono::seconds(2));
+  std::string codePage(Timeout timeout = std::chrono::seconds(2));
+  // The printed distance in km.
+  double mileage(Timeout timeout = std::chrono::seconds(2));
+  std::uint64_t freeMemory(Timeout timeout = std::chrono::seconds(2));
+  std::vector<std::string> files(Timeout timeout = std::chrono::seconds(2));
+  PrinterStatus status(Timeout timeout = std::chrono::seconds(2));
+  // Any other request: the reply up to `end`, which is left out.
+  std::string query(std::string_view request, std::string_view end,
+                    Timeout timeout = std::chrono::seconds(2));
+
+  bool isOpen() const;
+  void close();
+
+ private:
+  struct Connection;
+  explicit Printer(std::unique_ptr<Connection> connection);
+  Connection& connection() const;
+  std::unique_ptr<Connection> connection_;
+};
+
+}  // namespace orvante

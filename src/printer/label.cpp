@@ -1,0 +1,210 @@
+// orvante::Label: the second door's label, built from the same command
+// lines, encodings, packers and encoder as the session's operations.
+
+#include <orvante/label.hpp>
+#include <orvante/lzss.hpp>
+
+#include <array>
+#include <cmath>
+#include <stdexcept>
+#include <string>
+
+#include "../commands/command_lines.hpp"
+#include "../commands/text_encoding.hpp"
+#include "../raster/dither.hpp"
+
+namespace orvante {
+namespace {
+
+namespace commands = orvante::commands;
+
+// The barcode types of the label command language.
+constexpr std::array<std::string_view, 24> kBarcodeTypes{
+    "128",   "128M", "EAN128", "25",    "25C",   "39",      "39C",  "93",
+    "EAN13", "EAN8", "UPCA",   "UPCE",  "CODA",  "CODABAR", "ITF14", "EAN14",
+    "MSI",   "MSIC", "PLESSEY", "POST", "CPOST", "11",      "LOGMARS", "CODE128"};
+
+TextEncoding textEncodingOf(Encoding encoding) {
+  switch (encoding) {
+    case Encoding::Utf8:
+      return TextEncoding::Utf8;
+    case Encoding::Big5:
+      return TextEncoding::Big5;
+    case Encoding::Gb18030:
+      return TextEncoding::Gb18030;
+    case Encoding::Big5Hkscs:
+      break;
+  }
+  return TextEncoding::Big5Hkscs;
+}
+
+void require(bool condition, const std::string& message) {
+  if (!condition) throw std::invalid_argument(message);
+}
+
+void requirePositive(double value, const char* what) {
+  require(std::isfinite(value) && value > 0,
+          std::string(what) + " must be a number above 0, not " + std::to_string(value));
+}
+
+void requireNonNegative(double value, const char* what) {
+  require(std::isfinite(value) && value >= 0,
+          std::string(what) + " must be a number of 0 or more, not " + std::to_string(value));
+}
+
+void requirePosition(int x, int y) {
+  require(x >= 0 && y >= 0 && x <= 0xFFFF && y <= 0xFFFF,
+          "the position " + std::to_string(x) + "," + std::to_string(y) +
+              " is off the label (0 to 65535 dots)");
+}
+
+void requireRotation(int rotation) {
+  require(rotation == 0 || rotation == 90 || rotation == 180 || rotation == 270,
+          "the rotation must be 0, 90, 180 or 270, not " + std::to_string(rotation));
+}
+
+}  // namespace
+
+Label::Label(int dpi) : dpi_(dpi) {
+  require(dpi > 0, "the resolution must be above 0 dpi, not " + std::to_string(dpi));
+}
+
+void Label::append(std::string_view text, Encoding encoding) {
+  append(encode(text, textEncodingOf(encoding)));
+}
+
+void Label::append(ByteView bytes) {
+  bytes_.insert(bytes_.end(), bytes.begin(), bytes.end());
+}
+
+void Label::checkFits(int x, int y, int width, int height, std::string_view what) const {
+  if (!sizeInDots_) return;
+  const auto [labelWidth, labelHeight] = *sizeInDots_;
+  require(x + width <= labelWidth && y + height <= labelHeight,
+          std::string(what) + " of " + std::to_string(width) + " x " + std::to_string(height) +
+              " dots at " + std::to_string(x) + "," + std::to_string(y) +
+              " does not fit on the label of " + std::to_string(labelWidth) + " x " +
+              std::to_string(labelHeight) + " dots");
+}
+
+Label& Label::size(double widthMm, double heightMm) {
+  requirePositive(widthMm, "the label width");
+  requirePositive(heightMm, "the label height");
+  const double dotsPerMm = dpi_ / 25.4;
+  sizeInDots_ = {static_cast<int>(std::lround(std::min(widthMm * dotsPerMm, 1e6))),
+                 static_cast<int>(std::lround(std::min(heightMm * dotsPerMm, 1e6)))};
+  append(commands::sizeLine(widthMm, heightMm));
+  return *this;
+}
+
+Label& Label::gap(double gapMm, double offsetMm) {
+  requireNonNegative(gapMm, "the gap");
+  requireNonNegative(offsetMm, "the gap offset");
+  append(commands::mediaLine(false, gapMm, offsetMm));
+  return *this;
+}
+
+Label& Label::blackMark(double markMm, double offsetMm) {
+  requirePositive(markMm, "the black mark");
+  requireNonNegative(offsetMm, "the black mark offset");
+  append(commands::mediaLine(true, markMm, offsetMm));
+  return *this;
+}
+
+Label& Label::speed(double inchesPerSecond) {
+  requirePositive(inchesPerSecond, "the print speed");
+  append(commands::speedLine(inchesPerSecond));
+  return *this;
+}
+
+Label& Label::density(int darkness) {
+  require(darkness >= 0 && darkness <= 15,
+          "the density must be 0 to 15, not " + std::to_string(darkness));
+  append(commands::densityLine(darkness));
+  return *this;
+}
+
+Label& Label::clear() {
+  append(commands::kClearLine);
+  return *this;
+}
+
+Label& Label::text(int x, int y, std::string_view font, std::string_view content,
+                   const TextOptions& options) {
+  requirePosition(x, y);
+  require(!font.empty(), "the printer font needs a name (\"1\" to \"8\", \"0\" or a file)");
+  requireRotation(options.rotation);
+  for (int multiplier : {options.xMultiplier, options.yMultiplier}) {
+    require(multiplier >= 1 && multiplier <= 10,
+            "a text multiplier must be 1 to 10, not " + std::to_string(multiplier));
+  }
+  const Bytes encoded = encode(content, textEncodingOf(options.encoding));
+  require(content.empty() || !encoded.empty(),
+          "the text cannot be written in the chosen encoding");
+  append(commands::textLine(x, y, std::string(font), options.rotation, options.xMultiplier,
+                            options.yMultiplier, std::string(content)),
+         options.encoding);
+  return *this;
+}
+
+Label& Label::barcode(int x, int y, std::string_view type, std::string_view code, int height,
+                      const BarcodeOptions& options) {
+  requirePosition(x, y);
+  bool known = false;
+  for (auto candidate : kBarcodeTypes) known = known || candidate == type;
+  require(known, "the printer knows no barcode type \"" + std::string(type) + "\"");
+  require(!code.empty(), "a barcode needs a code to encode");
+  require(height > 0, "the barcode height must be above 0 dots, not " + std::to_string(height));
+  requireRotation(options.rotation);
+  require(options.narrow > 0 && options.wide > 0, "bar widths must be above 0 dots");
+  checkFits(x, y, 0, height, "a barcode");
+  append(commands::barcodeLine(x, y, std::string(type), height, options.readable ? 1 : 0,
+                               options.rotation, options.narrow, options.wide,
+                               std::string(code)));
+  return *this;
+}
+
+Label& Label::image(int x, int y, const Image& picture, const ImageOptions& options) {
+  requirePosition(x, y);
+  require(!picture.empty(), "the image is empty (it could not be read or decoded)");
+  checkFits(x, y, picture.pixelWidth(), picture.pixelHeight(), "an image");
+  const auto raster = raster::ditheredRaster(picture, options.dither, options.threshold);
+  append(raster::packetHeader(x, y, raster.bytesPerRow, raster.rows));
+  append(lzss::encode(raster.bytes));
+  // The line end closes the packet, as the rendered text's packet is closed.
+  append(std::string_view("\r\n"));
+  return *this;
+}
+
+Label& Label::bitmap(int x, int y, const Image& picture, const ImageOptions& options) {
+  requirePosition(x, y);
+  require(!picture.empty(), "the image is empty (it could not be read or decoded)");
+  checkFits(x, y, picture.pixelWidth(), picture.pixelHeight(), "an image");
+  const auto raster = raster::ditheredRaster(picture, options.dither, options.threshold);
+  append(raster::bitmapCommand(x, y, raster.bytesPerRow, raster.rows, raster.bytes));
+  return *this;
+}
+
+Label& Label::print(int sets, int copies) {
+  require(sets >= 1 && copies >= 1, "sets and copies must be 1 or more");
+  append(commands::printLine(sets, copies));
+  return *this;
+}
+
+Label& Label::formFeed() {
+  append(commands::kFormFeedLine);
+  return *this;
+}
+
+Label& Label::tearOff(bool on) {
+  append(on ? commands::kTearOnLine : commands::kTearOffLine);
+  return *this;
+}
+
+Label& Label::raw(std::string_view line) {
+  append(line, Encoding::Utf8);
+  if (!line.ends_with('\n')) append(std::string_view("\r\n"));
+  return *this;
+}
+
+}  // namespace orvante

@@ -79,6 +79,8 @@ class ORVANTE_EXPORT Label {
   Label& tearOff(bool on = true);
   // A command line of the caller's; CR LF is added when it lacks a line end.
   Label& raw(std::string_view line);
+  // Stores a file (a font, an image, a program) in the printer under a name.
+  Label& download(std::string_view name, ByteView data);
 
   const Bytes& bytes() const { return bytes_; }
   int dpi() const { return dpi_; }

@@ -4,6 +4,7 @@
 #include <orvante/lzss.h>
 #include <orvante/ble_globals.hpp>
 #include <orvante/bytes.hpp>
+#include <orvante/commands.hpp>
 #include <orvante/dither.hpp>
 #include <orvante/exception.hpp>
 #include <orvante/field.hpp>

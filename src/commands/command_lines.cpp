@@ -1,4 +1,4 @@
-#include "command_lines.hpp"
+#include <orvante/commands.hpp>
 
 #include "command_text.hpp"
 

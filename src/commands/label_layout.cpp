@@ -3,7 +3,7 @@
 
 #include "../session/internals.hpp"
 #include "../session/link.hpp"
-#include "command_lines.hpp"
+#include <orvante/commands.hpp>
 #include "text_encoding.hpp"
 
 using orvante::TextEncoding;

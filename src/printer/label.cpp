@@ -9,7 +9,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "../commands/command_lines.hpp"
+#include <orvante/commands.hpp>
 #include "../commands/text_encoding.hpp"
 #include "../raster/dither.hpp"
 
@@ -204,6 +204,15 @@ Label& Label::tearOff(bool on) {
 Label& Label::raw(std::string_view line) {
   append(line, Encoding::Utf8);
   if (!line.ends_with('\n')) append(std::string_view("\r\n"));
+  return *this;
+}
+
+Label& Label::download(std::string_view name, ByteView data) {
+  require(!name.empty() && name.find('"') == std::string_view::npos,
+          "a stored file needs a name without quotes");
+  append(commands::downloadHeader(name, data.size()));
+  append(data);
+  append(std::string_view("\r\n"));
   return *this;
 }
 

@@ -9,7 +9,7 @@
 #include <cstdlib>
 #include <mutex>
 
-#include "../commands/command_lines.hpp"
+#include <orvante/commands.hpp>
 #include "../transport/link_signal.hpp"
 #include "../transport/socket_streams.hpp"
 #include "printer_uri.hpp"

@@ -85,8 +85,9 @@ void ORVANTESDK::openport_thread(const std::string& host) {
 }
 
 // The streams start before the flag goes up, so the error action may have
-// run for them already; it runs again then, so the flag never outlives the
-// failure of its link.
+// run for them already (it closed them); it runs again then, so the flag
+// never outlives the failure of its link. An error whose event is still
+// to come is left to that event.
 void ORVANTESDK::raiseTcpFlag() {
   bool failedAlready = false;
   {
@@ -95,7 +96,8 @@ void ORVANTESDK::raiseTcpFlag() {
     for (const std::shared_ptr<orvante::Stream>& stream :
          {std::shared_ptr<orvante::Stream>(iStream.load()),
           std::shared_ptr<orvante::Stream>(oStream.load())}) {
-      if (stream && orvante::isFinished(stream->streamStatus())) failedAlready = true;
+      // Only the error action closes streams that were just started.
+      if (stream && stream->streamStatus() == orvante::StreamStatus::Closed) failedAlready = true;
     }
   }
   if (failedAlready) failTcpLink();

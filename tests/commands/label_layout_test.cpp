@@ -17,7 +17,7 @@ struct Command {
   bool keepsText;
 };
 
-const std::vector<Command>& commands() {
+const std::vector<Command>& layoutCommands() {
   static const std::vector<Command> all = {
       {"setup", [](TestSession& s) { return s.setup(40, 30, 4, 8, 0, 2, 0); },
        "SIZE 40 mm, 30 mm\r\nSPEED 4\r\nDENSITY 8\r\nGAP 2 mm,0 mm\r\n", -1, true},
@@ -75,7 +75,7 @@ TEST(LabelLayout, EachCommandSendsItsLineInOneMessageOverTcp) {
   TcpRig tcp;
   auto& [rig, session, printer] = tcp;
   std::string expected;
-  for (const auto& command : commands()) {
+  for (const auto& command : layoutCommands()) {
     rig.timeline->clear();
     EXPECT_EQ(command.send(session), 1) << command.name;
     EXPECT_EQ(rig.timeline->script(), "write " + show(bytesOf(command.bytes))) << command.name;
@@ -101,7 +101,7 @@ TEST(LabelLayout, DelayTwinsPauseBeforeTheySend) {
 TEST(LabelLayout, WithoutALinkNothingIsSent) {
   Rig rig;
   TestSession session(rig.platform());
-  for (const auto& command : commands()) EXPECT_EQ(command.send(session), -1) << command.name;
+  for (const auto& command : layoutCommands()) EXPECT_EQ(command.send(session), -1) << command.name;
   rig.timeline->clear();
   EXPECT_EQ(session.clearBuffer(0.0), -1);
   EXPECT_EQ(rig.timeline->script(), "pause 0");
@@ -112,7 +112,7 @@ TEST(LabelLayout, OnBleSetupAndTextReportFailureThoughTheyWereSent) {
   TestSession session(rig.platform());
   auto printer = openBle(session, rig);
   std::string expected;
-  for (const auto& command : commands()) {
+  for (const auto& command : layoutCommands()) {
     session.commandbuffer = std::nullopt;
     EXPECT_EQ(command.send(session), command.bleResult) << command.name;
     EXPECT_EQ(session.commandbuffer.load().has_value(), command.keepsText) << command.name;

@@ -51,6 +51,9 @@ TEST(Label, EveryLineIsTheOneTheSessionSends) {
   EXPECT_EQ(Label().size(40, 20).speed(3).density(0).blackMark(3, 1.5).bytes(),
             sentBy([](auto& s) { s.setup(40, 20, 3, 0, 1, 3, 1.5); }));
   EXPECT_EQ(Label().clear().bytes(), sentBy([](auto& s) { s.clearbuffer(); }));
+  const Bytes font = pattern(3000);
+  EXPECT_EQ(Label().download("FONT.TTF", font).bytes(),
+            sentBy([&](auto& s) { s.downloadData(font, "FONT.TTF"); }));
   EXPECT_EQ(Label().barcode(24, 80, "128", "SHIP-000421", 80).bytes(),
             sentBy([](auto& s) { s.barcode(24, 80, "128", 80, 1, 0, 2, 2, "SHIP-000421"); }));
   EXPECT_EQ(Label().print(2, 3).formFeed().tearOff(false).bytes(), sentBy([](auto& s) {

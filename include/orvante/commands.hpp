@@ -1,8 +1,9 @@
 #pragma once
-// The printer's command lines, each written once: both the session and
-// orvante::Label build their bytes here. Text lines end in CR LF; the
+// The printer's command lines, each written once: the session, orvante::Label
+// and the tools build their bytes here. Text lines end in CR LF; the
 // arguments take their text form (a string as it is, a number in its
-// shortest decimal form).
+// shortest decimal form). The lines are UTF-8 text; the session sends most
+// of them in Big5-HKSCS, which is the same bytes for ASCII.
 
 #include <string>
 #include <string_view>

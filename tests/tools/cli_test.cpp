@@ -1,0 +1,128 @@
+// The orvante tool as a user runs it: its exit status, what it prints on
+// standard output and standard error, and what the printer receives.
+
+#include <gtest/gtest.h>
+
+#include <sys/wait.h>
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+
+#include <orvante/label.hpp>
+
+#include "links.hpp"
+
+using namespace orvante;
+using namespace orvante::testing;
+
+namespace {
+
+struct ToolRun {
+  int status = -1;
+  std::string out;
+  std::string err;
+};
+
+std::string slurp(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+// Runs the tool with the arguments (already quoted for the shell).
+ToolRun runTool(const std::string& arguments, const std::string& environment = "") {
+  const std::string base = ::testing::TempDir() + "orvante-cli-" + std::to_string(::getpid());
+  const std::string command = environment + " " ORVANTE_CLI " " + arguments + " >" + base +
+                              ".out 2>" + base + ".err </dev/null";
+  ToolRun run;
+  const int raw = std::system(command.c_str());
+  run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+  run.out = slurp(base + ".out");
+  run.err = slurp(base + ".err");
+  return run;
+}
+
+std::string at(const LoopbackPrinter& printer) {
+  return "--printer tcp://127.0.0.1:" + std::to_string(printer.port());
+}
+
+}  // namespace
+
+TEST(Cli, HelpListsEverySubcommand) {
+  const ToolRun help = runTool("--help");
+  EXPECT_EQ(help.status, 0);
+  for (const char* command : {"label", "image", "send", "query", "download", "wifi", "battery"}) {
+    EXPECT_NE(help.out.find(command), std::string::npos) << command;
+  }
+  EXPECT_EQ(runTool("query --help").status, 0);
+  const ToolRun wrong = runTool("query colour");
+  EXPECT_EQ(wrong.status, 2);
+  EXPECT_TRUE(wrong.err.starts_with("orvante: what: colour not in")) << wrong.err;
+  EXPECT_EQ(runTool("").status, 2);
+}
+
+TEST(Cli, ALabelGoesToThePrinterByteExact) {
+  LoopbackPrinter printer;
+  const ToolRun run = runTool(at(printer) +
+                          " label --size 50x30 --text '24,24,3,Hello, world' "
+                          "--barcode 24,80,128,80,SHIP-1 --copies 2");
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(run.out, "");
+  Label expected;
+  expected.size(50, 30).gap(2).clear().text(24, 24, "3", "Hello, world");
+  expected.barcode(24, 80, "128", "SHIP-1", 80).print(1, 2);
+  ASSERT_TRUE(printer.connection()->waitForHangUp());
+  EXPECT_EQ(printer.received(), expected.bytes());
+}
+
+TEST(Cli, QueriesPrintTheirResultAlone) {
+  LoopbackPrinter printer(answering({{"~!T", "VP-203\r"},
+                                     {"~!F", "LOGO.BMP\rFONT.TTF\r\x1A"},
+                                     {"\x1B!?", std::string(1, '\x14')}}));
+  const ToolRun name = runTool("query name", "ORVANTE_PRINTER=tcp://127.0.0.1:" +
+                                             std::to_string(printer.port()));
+  EXPECT_EQ(name.status, 0) << name.err;
+  EXPECT_EQ(name.out, "VP-203\n");
+  EXPECT_EQ(name.err, "");
+  EXPECT_EQ(runTool(at(printer) + " query files").out, "LOGO.BMP\nFONT.TTF\n");
+  EXPECT_EQ(runTool(at(printer) + " query status").out, "out of paper, paused (0x14)\n");
+}
+
+TEST(Cli, FailuresAreOneLineOnStandardError) {
+  const std::string nowhere = "--printer tcp://127.0.0.1:" + std::to_string(refusedPort());
+  const ToolRun refused = runTool(nowhere + " query name");
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_EQ(refused.out, "");
+  EXPECT_EQ(refused.err, "orvante: cannot connect to 127.0.0.1:" +
+                             nowhere.substr(nowhere.rfind(':') + 1) + ": Connection refused\n");
+  const ToolRun unreadable = runTool(nowhere + " image /nonexistent/logo.png");
+  EXPECT_EQ(unreadable.status, 1);
+  EXPECT_EQ(unreadable.err, "orvante: cannot read an image from /nonexistent/logo.png\n");
+  LoopbackPrinter silent;
+  const ToolRun unanswered = runTool(at(silent) + " --timeout 200 query mileage");
+  EXPECT_EQ(unanswered.status, 1);
+  EXPECT_EQ(unanswered.err, "orvante: 127.0.0.1:" + std::to_string(silent.port()) +
+                                " did not answer ~!@ within 200 ms\n");
+  const ToolRun badSize = runTool(nowhere + " label --size 0x30 -o -");
+  EXPECT_EQ(badSize.status, 1);
+  EXPECT_EQ(badSize.err, "orvante: the label width must be a number above 0, not 0.000000\n");
+}
+
+TEST(Cli, DownloadsAndRawCommandsArriveAsSent) {
+  LoopbackPrinter printer;
+  const std::string file = ::testing::TempDir() + "orvante-cli-font.ttf";
+  const Bytes font = pattern(5000);
+  std::ofstream(file, std::ios::binary)
+      .write(reinterpret_cast<const char*>(font.data()), static_cast<std::streamsize>(font.size()));
+  EXPECT_EQ(runTool(at(printer) + " download " + file + " --as FONT.TTF").status, 0);
+  ASSERT_TRUE(printer.connection(0)->waitForHangUp());
+  EXPECT_EQ(printer.connection(0)->received(), Label().download("FONT.TTF", font).bytes());
+  EXPECT_EQ(runTool(at(printer) + " send 'SET TEAR ON'").status, 0);
+  ASSERT_TRUE(printer.connection(1)->waitForHangUp());
+  EXPECT_EQ(textOf(printer.connection(1)->received()), "SET TEAR ON\r\n");
+  EXPECT_EQ(runTool(at(printer) + " wifi --ssid Depot --wpa 's3cret pass' --dhcp").status, 0);
+  ASSERT_TRUE(printer.connection(2)->waitForHangUp());
+  EXPECT_EQ(textOf(printer.connection(2)->received()),
+            "WLAN SSID \"Depot\"\r\nWLAN WPA \"s3cret pass\"\r\nWLAN DHCP\r\n");
+}

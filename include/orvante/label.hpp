@@ -88,7 +88,6 @@ class ORVANTE_EXPORT Label {
  private:
   void append(std::string_view text, Encoding encoding = Encoding::Big5Hkscs);
   void append(ByteView bytes);
-  void checkFits(int x, int y, int width, int height, std::string_view what) const;
 
   int dpi_;
   std::optional<std::pair<int, int>> sizeInDots_;

@@ -63,6 +63,28 @@ void requireRotation(int rotation) {
           "the rotation must be 0, 90, 180 or 270, not " + std::to_string(rotation));
 }
 
+using LabelSize = std::optional<std::pair<int, int>>;
+
+void checkFits(const LabelSize& label, int x, int y, int width, int height,
+               std::string_view what) {
+  if (!label) return;
+  const auto [labelWidth, labelHeight] = *label;
+  require(x + width <= labelWidth && y + height <= labelHeight,
+          std::string(what) + " of " + std::to_string(width) + " x " + std::to_string(height) +
+              " dots at " + std::to_string(x) + "," + std::to_string(y) +
+              " does not fit on the label of " + std::to_string(labelWidth) + " x " +
+              std::to_string(labelHeight) + " dots");
+}
+
+// The image's raster, once its place and size are known to be good.
+raster::PaddedRaster rasterAt(const LabelSize& label, int x, int y, const Image& picture,
+                              const ImageOptions& options) {
+  requirePosition(x, y);
+  require(!picture.empty(), "the image is empty (it could not be read or decoded)");
+  checkFits(label, x, y, picture.pixelWidth(), picture.pixelHeight(), "an image");
+  return raster::ditheredRaster(picture, options.dither, options.threshold);
+}
+
 }  // namespace
 
 Label::Label(int dpi) : dpi_(dpi) {
@@ -75,16 +97,6 @@ void Label::append(std::string_view text, Encoding encoding) {
 
 void Label::append(ByteView bytes) {
   bytes_.insert(bytes_.end(), bytes.begin(), bytes.end());
-}
-
-void Label::checkFits(int x, int y, int width, int height, std::string_view what) const {
-  if (!sizeInDots_) return;
-  const auto [labelWidth, labelHeight] = *sizeInDots_;
-  require(x + width <= labelWidth && y + height <= labelHeight,
-          std::string(what) + " of " + std::to_string(width) + " x " + std::to_string(height) +
-              " dots at " + std::to_string(x) + "," + std::to_string(y) +
-              " does not fit on the label of " + std::to_string(labelWidth) + " x " +
-              std::to_string(labelHeight) + " dots");
 }
 
 Label& Label::size(double widthMm, double heightMm) {
@@ -157,7 +169,7 @@ Label& Label::barcode(int x, int y, std::string_view type, std::string_view code
   require(height > 0, "the barcode height must be above 0 dots, not " + std::to_string(height));
   requireRotation(options.rotation);
   require(options.narrow > 0 && options.wide > 0, "bar widths must be above 0 dots");
-  checkFits(x, y, 0, height, "a barcode");
+  checkFits(sizeInDots_, x, y, 0, height, "a barcode");
   append(commands::barcodeLine(x, y, std::string(type), height, options.readable ? 1 : 0,
                                options.rotation, options.narrow, options.wide,
                                std::string(code)));
@@ -165,10 +177,7 @@ Label& Label::barcode(int x, int y, std::string_view type, std::string_view code
 }
 
 Label& Label::image(int x, int y, const Image& picture, const ImageOptions& options) {
-  requirePosition(x, y);
-  require(!picture.empty(), "the image is empty (it could not be read or decoded)");
-  checkFits(x, y, picture.pixelWidth(), picture.pixelHeight(), "an image");
-  const auto raster = raster::ditheredRaster(picture, options.dither, options.threshold);
+  const auto raster = rasterAt(sizeInDots_, x, y, picture, options);
   append(raster::packetHeader(x, y, raster.bytesPerRow, raster.rows));
   append(lzss::encode(raster.bytes));
   // The line end closes the packet, as the rendered text's packet is closed.
@@ -177,10 +186,7 @@ Label& Label::image(int x, int y, const Image& picture, const ImageOptions& opti
 }
 
 Label& Label::bitmap(int x, int y, const Image& picture, const ImageOptions& options) {
-  requirePosition(x, y);
-  require(!picture.empty(), "the image is empty (it could not be read or decoded)");
-  checkFits(x, y, picture.pixelWidth(), picture.pixelHeight(), "an image");
-  const auto raster = raster::ditheredRaster(picture, options.dither, options.threshold);
+  const auto raster = rasterAt(sizeInDots_, x, y, picture, options);
   append(raster::bitmapCommand(x, y, raster.bytesPerRow, raster.rows, raster.bytes));
   return *this;
 }

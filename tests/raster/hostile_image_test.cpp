@@ -55,16 +55,22 @@ Bytes png(std::uint32_t width, std::uint32_t height, std::uint8_t depth, std::ui
   return out;
 }
 
-// A small JPEG whose frame header is made to claim width x height.
-Bytes jpegClaiming(std::uint16_t width, std::uint16_t height) {
-  GdkPixbuf* pixbuf = gdk_pixbuf_new(GDK_COLORSPACE_RGB, FALSE, 8, 8, 8);
-  gdk_pixbuf_fill(pixbuf, 0x808080ff);
+// A flat image of one colour saved in a format.
+Bytes saved(int width, int height, guint32 rgba, const char* format) {
+  GdkPixbuf* pixbuf = gdk_pixbuf_new(GDK_COLORSPACE_RGB, FALSE, 8, width, height);
+  gdk_pixbuf_fill(pixbuf, rgba);
   gchar* buffer = nullptr;
   gsize size = 0;
-  gdk_pixbuf_save_to_buffer(pixbuf, &buffer, &size, "jpeg", nullptr, nullptr);
+  gdk_pixbuf_save_to_buffer(pixbuf, &buffer, &size, format, nullptr, nullptr);
   Bytes bytes(buffer, buffer + size);
   g_free(buffer);
   g_object_unref(pixbuf);
+  return bytes;
+}
+
+// A small JPEG whose frame header is made to claim width x height.
+Bytes jpegClaiming(std::uint16_t width, std::uint16_t height) {
+  Bytes bytes = saved(8, 8, 0x808080ff, "jpeg");
   for (std::size_t i = 0; i + 8 < bytes.size(); ++i) {
     if (bytes[i] == 0xFF && bytes[i + 1] == 0xC0) {
       bytes[i + 5] = static_cast<std::uint8_t>(height >> 8);
@@ -151,14 +157,7 @@ TEST(HostileImage, OutlandishSizesGiveNoImageOrTheFailureValue) {
 }
 
 TEST(HostileImage, OnlyTheFormatsLabelsComeInAreDecoded) {
-  GdkPixbuf* pixbuf = gdk_pixbuf_new(GDK_COLORSPACE_RGB, FALSE, 8, 3, 2);
-  gdk_pixbuf_fill(pixbuf, 0x000000ff);
-  gchar* buffer = nullptr;
-  gsize size = 0;
-  gdk_pixbuf_save_to_buffer(pixbuf, &buffer, &size, "bmp", nullptr, nullptr);
-  Bytes bmp(buffer, buffer + size);
-  g_free(buffer);
-  g_object_unref(pixbuf);
+  Bytes bmp = saved(3, 2, 0x000000ff, "bmp");
   EXPECT_EQ(Image::fromData(bmp).pixelWidth(), 3);
   const Bytes gif{'G', 'I', 'F', '8', '9', 'a', 1, 0, 1, 0, 0x80, 0, 0, 0, 0, 0, 0xFF, 0xFF, 0xFF,
                   ',', 0, 0, 0, 0, 1, 0, 1, 0, 0, 2, 2, 'D', 1, 0, ';'};

@@ -21,6 +21,7 @@ const CommandTable& commandTable();
 void addLabelCommands(CommandTable& table);
 void addDrawingCommands(CommandTable& table);
 void addDeviceCommands(CommandTable& table);
+void addPayloadCommands(CommandTable& table);
 
 // An empty line: answers the RFID tag data when a tag command asked for it.
 void emptyLine(Printer& printer, JournalEntry& entry);

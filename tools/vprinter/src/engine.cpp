@@ -151,6 +151,7 @@ const CommandTable& commandTable() {
     addLabelCommands(made);
     addDrawingCommands(made);
     addDeviceCommands(made);
+    addPayloadCommands(made);
     return made;
   }();
   return table;

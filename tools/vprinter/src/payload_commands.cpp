@@ -59,6 +59,27 @@ void drawBitmap(Printer& printer, const CommandLine& header, ByteView raster, Jo
   drawRaster(printer, x, y, bytesPerRow, rows, raster, kModes[mode], entry);
 }
 
+// A BITMAP or DOWNLOAD line that ended before its header was complete,
+// or whose header fields are not what they must be.
+void incompleteBitmap(Printer& printer, const CommandLine& command, JournalEntry&) {
+  const Arguments args = printer.arguments(command);
+  args.integer(0, "x", -kFar, kFar);
+  args.integer(1, "y", -kFar, kFar);
+  args.integer(2, "width in bytes", 0, kFar);
+  args.integer(3, "height", 0, kFar);
+  args.integer(4, "mode", 0, 2);
+  throw CommandWarning("BITMAP needs X,Y,WIDTHBYTES,HEIGHT,MODE, before its bytes");
+}
+
+void incompleteDownload(Printer&, const CommandLine&, JournalEntry&) {
+  throw CommandWarning("DOWNLOAD needs [F,]\"NAME\",SIZE, before its bytes");
+}
+
+void addPayloadCommands(CommandTable& table) {
+  table.emplace("BITMAP", incompleteBitmap);
+  table.emplace("DOWNLOAD", incompleteDownload);
+}
+
 // DOWNLOAD [F,]"NAME",SIZE, then the file.
 void storeFile(Printer& printer, const CommandLine& header, ByteView bytes, JournalEntry& entry) {
   const std::string& name = header.arguments[header.arguments.size() - 3].text;

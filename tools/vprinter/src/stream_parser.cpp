@@ -10,6 +10,7 @@ namespace {
 
 constexpr std::size_t kPacketHeaderRest = 14;  // after "!S"
 constexpr std::string_view kPacketName = "!S";
+constexpr int kMostHeaderCommas = 5;  // BITMAP X,Y,WIDTHBYTES,HEIGHT,MODE,
 
 int little16(const Bytes& bytes, std::size_t at) { return bytes[at] | (bytes[at + 1] << 8); }
 
@@ -74,6 +75,9 @@ void StreamParser::finish() {
   held_.clear();
   binary_ = Bytes();
   mode_ = Mode::Line;
+  inQuotes_ = afterCr_ = afterBinary_ = false;
+  commas_ = 0;
+  skipped_ = 0;
 }
 
 void StreamParser::lineByte(std::uint8_t byte) {
@@ -150,7 +154,9 @@ void StreamParser::textByte(std::uint8_t byte) {
   line_.push_back(static_cast<char>(byte));
   if (byte == '"') {
     inQuotes_ = !inQuotes_;
-  } else if (byte == ',' && !inQuotes_) {
+  } else if (byte == ',' && !inQuotes_ && ++commas_ <= kMostHeaderCommas) {
+    // Only the first few commas can end a payload header; later ones
+    // would make a long line cost its length squared.
     if (const auto header = payloadHeader(line_)) startPayload(header->kind, header->length);
   }
 }
@@ -167,11 +173,13 @@ void StreamParser::endLine() {
   }
   line_.clear();
   inQuotes_ = false;
+  commas_ = 0;
 }
 
 void StreamParser::startPayload(PayloadKind kind, std::size_t length) {
   header_ = std::exchange(line_, {});
   inQuotes_ = false;
+  commas_ = 0;
   kind_ = kind;
   expected_ = length;
   received_ = 0;

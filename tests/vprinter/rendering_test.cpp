@@ -62,6 +62,11 @@ TEST(Rendering, BitmapLandsAtItsPlaceInEachMode) {
     EXPECT_EQ(label.printedIn(21, 5, 29, 9), mode == 0 ? 0u : 32u) << "mode " << mode;
     EXPECT_EQ(label.printedIn(29, 5, 37, 9), 32u) << "mode " << mode;
   }
+  PrinterRig edge;  // a raster that starts left of the label
+  edge.feed("SIZE 10 mm, 5 mm\r\nBITMAP -3,0,2,4,0,");
+  edge.feed(bits + "\r\n");
+  expectInkOnlyIn(edge.printOne(), 0, 0, 5, 4, 20);
+
   PrinterRig xor2;
   xor2.feed("SIZE 10 mm, 5 mm\r\nBAR 13,5,4,4\r\nBITMAP 13,5,2,4,2,");
   xor2.feed(bits + "\r\n");

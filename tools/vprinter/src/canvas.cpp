@@ -106,30 +106,72 @@ void Canvas::erase(Rect rect) {
   rectBits(rect, [](std::uint8_t& byte, std::uint8_t mask) { byte &= ~mask; });
 }
 
+namespace {
+
+// A raster byte's ink (MSB first, 0 printed) as canvas bits of 8 dots.
+constexpr std::array<std::uint8_t, 256> kInk = [] {
+  std::array<std::uint8_t, 256> table{};
+  for (int byte = 0; byte < 256; ++byte) {
+    std::uint8_t bits = 0;
+    for (int x = 0; x < 8; ++x) {
+      if (!(byte & (0x80 >> x))) bits |= bitOf(x);
+    }
+    table[byte] = bits;
+  }
+  return table;
+}();
+
+// Eight canvas dots that start `shift` dots into a byte straddle it and
+// the next: the part in the first byte and the part in the second.
+constexpr std::uint8_t firstPart(std::uint8_t bits, int shift) {
+  return static_cast<std::uint8_t>(kLsbFirst ? bits << shift : bits >> shift);
+}
+constexpr std::uint8_t secondPart(std::uint8_t bits, int shift) {
+  return static_cast<std::uint8_t>(kLsbFirst ? bits >> (8 - shift) : bits << (8 - shift));
+}
+
+void combine(std::uint8_t& byte, std::uint8_t ink, std::uint8_t cover, BlitMode mode) {
+  switch (mode) {
+    case BlitMode::Overwrite:
+      byte = static_cast<std::uint8_t>((byte & ~cover) | ink);
+      break;
+    case BlitMode::Or:
+      byte |= ink;
+      break;
+    case BlitMode::Xor:
+      byte ^= ink;
+      break;
+  }
+}
+
+}  // namespace
+
 bool Canvas::blit(int x, int y, int bytesPerRow, int rows, ByteView raster, BlitMode mode) {
   const long width = static_cast<long>(bytesPerRow) * 8;
   const bool clipped = x < 0 || y < 0 || x + width > width_ || static_cast<long>(y) + rows > height_;
-  const int first = std::max(0, -x);
-  const int last = static_cast<int>(std::min<long>(width, static_cast<long>(width_) - x));
+  const int shift = x & 7;
   cairo_surface_flush(surface_);
   for (int r = std::max(0, -y); r < rows && static_cast<long>(y) + r < height_; ++r) {
     const std::uint8_t* source = raster.data() + static_cast<std::size_t>(r) * bytesPerRow;
     std::uint8_t* target = row(y + r);
-    for (int i = first; i < last; ++i) {
-      const bool ink = !(source[i >> 3] & (0x80 >> (i & 7)));
-      const int dx = x + i;
-      std::uint8_t& byte = target[dx >> 3];
-      const std::uint8_t bit = bitOf(dx);
-      switch (mode) {
-        case BlitMode::Overwrite:
-          byte = ink ? (byte | bit) : (byte & ~bit);
-          break;
-        case BlitMode::Or:
-          if (ink) byte |= bit;
-          break;
-        case BlitMode::Xor:
-          if (ink) byte ^= bit;
-          break;
+    for (int i = 0; i < bytesPerRow; ++i) {
+      const long dx = x + 8L * i;
+      if (dx + 8 <= 0 || dx >= width_) continue;
+      if (dx >= 0 && dx + 8 <= width_) {
+        // All eight dots on the label: whole bytes at a time.
+        const std::uint8_t ink = kInk[source[i]];
+        std::uint8_t* first = target + (dx >> 3);
+        combine(first[0], firstPart(ink, shift), firstPart(0xFF, shift), mode);
+        if (shift) combine(first[1], secondPart(ink, shift), secondPart(0xFF, shift), mode);
+        continue;
+      }
+      // A byte across the label's edge: dot by dot.
+      for (int bit = 0; bit < 8; ++bit) {
+        const long at = dx + bit;
+        if (at < 0 || at >= width_) continue;
+        const bool printed = !(source[i] & (0x80 >> bit));
+        const std::uint8_t mask = bitOf(static_cast<int>(at));
+        combine(target[at >> 3], printed ? mask : 0, mask, mode);
       }
     }
   }

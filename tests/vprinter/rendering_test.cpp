@@ -47,7 +47,7 @@ TEST(Rendering, DirectionOneTurnsThePrintedLabel) {
   expectInkOnlyIn(label, 77, 38, 80, 40, 6);
 }
 
-TEST(Rendering, BitmapLandsAtItsPlaceInEachMode) {
+TEST(Rendering, BitmapLandsWhereItIsPlacedInEachMode) {
   // A 16 x 4 raster, ink on its left half, drawn at an x that is no
   // multiple of 8 over a bar that covers its right half.
   const Bytes bits = raster(2, 4, [](int x, int) { return x < 8; });

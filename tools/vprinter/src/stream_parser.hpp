@@ -1,0 +1,120 @@
+#pragma once
+// Splits one connection's bytes into what the printer acts on: text lines,
+// immediate commands (answered at once, even in the middle of a line),
+// BITMAP and DOWNLOAD payloads, and compressed bitmap packets. It keeps
+// its state between feeds, so any split of the bytes gives the same
+// events, and it buffers at most one line or one bounded payload.
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include <orvante/bytes.hpp>
+
+#include "lzss_extent.hpp"
+#include "command_line.hpp"
+#include "payload_header.hpp"
+
+namespace orvante::vprinter {
+
+inline constexpr std::uint8_t kEscape = 0x1B;
+
+// The compressed bitmap packet's header: "!S", then these four 16-bit
+// little-endian fields, then six reserved bytes.
+struct PacketHeader {
+  int x = 0;
+  int y = 0;
+  int bytesPerRow = 0;
+  int rows = 0;
+  std::size_t rasterSize() const { return static_cast<std::size_t>(bytesPerRow) * rows; }
+};
+
+// What the parser found, and why something was dropped.
+class ParserSink {
+ public:
+  virtual ~ParserSink() = default;
+  // A complete line, its line end removed.
+  virtual void line(std::string_view text) = 0;
+  // '~' or ESC, '!', then `code`.
+  virtual void immediate(std::uint8_t lead, std::uint8_t code) = 0;
+  // Why a payload of this size cannot be kept (it is then skipped), or
+  // the empty text when it can.
+  virtual std::string refusePayload(std::string_view header, PayloadKind kind,
+                                    std::size_t length) = 0;
+  // A BITMAP or DOWNLOAD header line and its complete payload.
+  virtual void payload(std::string_view header, PayloadKind kind, ByteView bytes) = 0;
+  // A packet and its whole LZSS stream (which may still not decode).
+  virtual void packet(const PacketHeader& header, ByteView stream) = 0;
+  // Something not acted on: an over-long line, a payload skipped or cut
+  // off. `what` names the command, `length` and `hash` describe the bytes
+  // it took.
+  virtual void dropped(std::string_view what, std::string_view reason, std::size_t length,
+                       std::uint64_t hash) = 0;
+};
+
+struct ParserLimits {
+  std::size_t maxLineBytes = 32 * 1024;
+  std::size_t maxPacketRaster = 4 * 1024 * 1024;
+};
+
+class StreamParser {
+ public:
+  StreamParser(ParserSink& sink, ParserLimits limits) : sink_(sink), limits_(limits) {}
+
+  void feed(ByteView bytes);
+  // The bytes have ended (the connection closed).
+  void finish();
+
+ private:
+  enum class Mode {
+    Line,          // gathering a text line
+    SkipLine,      // an over-long line, dropped up to its line end
+    PacketHeader,  // the 14 bytes after "!S"
+    PacketStream,  // the LZSS stream, until the raster is complete
+    Payload,       // a BITMAP or DOWNLOAD payload
+  };
+
+  void lineByte(std::uint8_t byte);
+  bool continuesHeld(std::uint8_t byte);
+  bool startsHeld(std::uint8_t byte) const;
+  void textByte(std::uint8_t byte);
+  void endLine();
+  void startPayload(PayloadKind kind, std::size_t length);
+  std::size_t payloadBytes(ByteView bytes);
+  std::size_t packetHeaderBytes(ByteView bytes);
+  std::size_t packetStreamBytes(ByteView bytes);
+  void endPayload();
+  void endPacket();
+  void takeBinary(ByteView bytes);
+  void backToLines();
+
+  ParserSink& sink_;
+  ParserLimits limits_;
+  Mode mode_ = Mode::Line;
+
+  std::string line_;
+  std::string held_;          // the start of a possible immediate command
+  bool inQuotes_ = false;     // inside a quoted argument of line_
+  int commas_ = 0;            // unquoted commas in line_
+  bool afterCr_ = false;      // an LF now ends nothing
+  bool afterBinary_ = false;  // the line end that closes a payload is its own
+  std::size_t skipped_ = 0;   // bytes of a line being skipped
+
+  // The binary part in progress: payload or packet.
+  std::string header_;
+  PayloadKind kind_ = PayloadKind::Bitmap;
+  std::size_t expected_ = 0;
+  std::size_t received_ = 0;
+  std::string refusal_;  // why the binary part is skipped, if it is
+  Bytes binary_;
+  std::uint64_t hash_ = 0;
+  ::orvante::vprinter::PacketHeader packet_;
+  LzssExtent extent_{0};
+};
+
+// FNV-1a over bytes, continued from `hash` (start with kHashStart).
+inline constexpr std::uint64_t kHashStart = 0xcbf29ce484222325ull;
+std::uint64_t hashBytes(std::uint64_t hash, ByteView bytes);
+
+}  // namespace orvante::vprinter

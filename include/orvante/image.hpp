@@ -14,6 +14,13 @@ struct Size {
   double height = 0;
 };
 
+// The largest image the library draws itself (a line of text in a system
+// font, a PDF page): 100 megapixels, and no side above 32767 pixels, the
+// drawing library's limit. An operation that would need more fails with -1
+// and logs why, instead of allocating gigabytes.
+inline constexpr long long kMaxRenderedPixels = 100'000'000;
+inline constexpr int kMaxRenderedSide = 32767;
+
 class Image {
  public:
   // The empty image stands for a missing one.

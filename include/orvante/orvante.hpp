@@ -6,6 +6,7 @@
 #include <orvante/bytes.hpp>
 #include <orvante/exception.hpp>
 #include <orvante/field.hpp>
+#include <orvante/geometry.hpp>
 #include <orvante/image.hpp>
 #include <orvante/log.hpp>
 #include <orvante/lzss.hpp>

@@ -186,6 +186,41 @@ class ORVANTESDK {
   std::int64_t sendImagebyFile(const orvante::Image& image, std::int32_t x, std::int32_t y,
                                std::int32_t width, std::int32_t height, std::int32_t threshold);
 
+  // --- Rendered text ----------------------------------------------------------
+  // Text set in an installed font at `height` points (one point is one
+  // dot), turned clockwise by `rotation` degrees, sent as the compressed
+  // bitmap packet after a 0.5 s pause. style: 0 regular, 1 italic, 2 bold,
+  // 3 bold italic. withUnderline has no effect: no underline is ever drawn.
+  // 1 when handed to a link; -1 when none is open (after the pause) or when
+  // the text would need more than kMaxRenderedPixels (see image.hpp; logged
+  // as "Name:" and "Reason:", without the pause).
+  std::int64_t windowsfont(std::int32_t x, std::int32_t y, std::int32_t height,
+                           std::int32_t rotation, std::int32_t style, std::int32_t withUnderline,
+                           const std::string& fontName, const std::string& content);
+  // Beware: not windowsfont plus a delay. It pauses `delay` seconds instead
+  // of 0.5 and sends the raster uncompressed in the "BITMAP" command,
+  // without the encoder's lock; it leaves commandbuffer, _writeData, end and
+  // endCRLF holding that command's pieces.
+  std::int64_t windowsfontFromX(std::int32_t x, std::int32_t y, std::int32_t height,
+                                std::int32_t rotation, std::int32_t style,
+                                std::int32_t withUnderline, const std::string& fontName,
+                                const std::string& content, double delay);
+  // The face of the family (exact, case-sensitive family name) that fits the
+  // style, as a PostScript name such as "DejaVuSans-Bold". A name containing
+  // "Medium" counts as bold. An unknown family comes back unchanged.
+  std::string fnFindFontWithName(const std::string& name, bool bold, bool italic);
+  // The content drawn as one line, black, without antialiasing, on a
+  // transparent image whose sides are padded up to multiples of 8, then
+  // rotated when rotation is not 0. The underline argument is ignored. A
+  // face name that names no installed face or family draws in the default
+  // sans-serif face. Throws orvante::Exception "ImageTooLarge" beyond
+  // kMaxRenderedPixels.
+  orvante::Image fnDrawString(const std::string& content, const std::string& fontName,
+                              std::int32_t size, bool underline, std::int32_t rotation);
+  // Turned clockwise about the centre; exactly 90 and 270 swap the sides,
+  // other angles keep the size and clip the corners.
+  orvante::Image fnRotateImage(const orvante::Image& image, double degree);
+
   // --- Accessory port ---------------------------------------------------------
   std::int64_t openportMFI();
   std::int64_t openportMFI_delay(double delay);

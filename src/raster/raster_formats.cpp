@@ -58,11 +58,15 @@ Bytes packetHeader(std::int32_t x, std::int32_t y, std::int32_t bytesPerRow, std
   return header;
 }
 
+std::string bitmapCommandText(std::int32_t x, std::int32_t y, std::int32_t bytesPerRow,
+                              std::int32_t rows) {
+  return "BITMAP " + std::to_string(x) + "," + std::to_string(y) + "," +
+         std::to_string(bytesPerRow) + "," + std::to_string(rows) + ",2,";
+}
+
 Bytes bitmapCommand(std::int32_t x, std::int32_t y, std::int32_t bytesPerRow, std::int32_t rows,
                     ByteView raster) {
-  Bytes command = encode("BITMAP " + std::to_string(x) + "," + std::to_string(y) + "," +
-                             std::to_string(bytesPerRow) + "," + std::to_string(rows) + ",2,",
-                         TextEncoding::MacRoman);
+  Bytes command = encode(bitmapCommandText(x, y, bytesPerRow, rows), TextEncoding::MacRoman);
   command.insert(command.end(), raster.begin(), raster.end());
   command.push_back('\r');
   command.push_back('\n');

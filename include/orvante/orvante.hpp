@@ -10,6 +10,7 @@
 #include <orvante/image.hpp>
 #include <orvante/log.hpp>
 #include <orvante/lzss.hpp>
+#include <orvante/pdf.hpp>
 #include <orvante/platform/platform.hpp>
 #include <orvante/session.hpp>
 #include <orvante/value.hpp>

@@ -12,6 +12,7 @@
 #include <orvante/bytes.hpp>
 #include <orvante/field.hpp>
 #include <orvante/image.hpp>
+#include <orvante/pdf.hpp>
 #include <orvante/platform/platform.hpp>
 #include <orvante/value.hpp>
 
@@ -220,6 +221,39 @@ class ORVANTESDK {
   // Turned clockwise about the centre; exactly 90 and 270 swap the sides,
   // other angles keep the size and clip the corners.
   orvante::Image fnRotateImage(const orvante::Image& image, double degree);
+
+  // --- PDF printing -------------------------------------------------------------
+  // Each page is drawn on white at printer_dpi and sent by SendPic (compressed
+  // packet, then "\r\nPRINT 1\r\n"). The _Resize forms stretch each page to
+  // width x height dots when both are positive and send "CLS\r\n" first.
+  // page_index counts from 1; a page the document lacks sends an empty
+  // packet. A file that is no readable PDF has 0 pages: nothing is sent and
+  // the result is 1. -1, logged as "Name:" and "Reason:", when a page would
+  // need more than kMaxRenderedPixels (100 megapixels, see image.hpp); the
+  // pages before it have been sent. -1 too in a build without PDF support.
+  std::int64_t printPDFbyPath(const std::string& path, std::int32_t x, std::int32_t y,
+                              std::int32_t printer_dpi);
+  std::int64_t printPDFbyPath(const std::string& path, std::int32_t x, std::int32_t y,
+                              std::int32_t printer_dpi, std::int32_t page_index);
+  std::int64_t printPDFbyPath_Resize(const std::string& path, std::int32_t x, std::int32_t y,
+                                     std::int32_t width, std::int32_t height,
+                                     std::int32_t printer_dpi);
+  std::int64_t printPDFbyPath_Resize(const std::string& path, std::int32_t x, std::int32_t y,
+                                     std::int32_t width, std::int32_t height,
+                                     std::int32_t printer_dpi, std::int32_t page_index);
+  std::int64_t printPDFbyFile(const orvante::PdfDocument& document, std::int32_t x,
+                              std::int32_t y, std::int32_t printer_dpi);
+  std::int64_t printPDFbyFile(const orvante::PdfDocument& document, std::int32_t x,
+                              std::int32_t y, std::int32_t printer_dpi, std::int32_t page_index);
+  std::int64_t printPDFbyFile_Resize(const orvante::PdfDocument& document, std::int32_t x,
+                                     std::int32_t y, std::int32_t width, std::int32_t height,
+                                     std::int32_t printer_dpi);
+  std::int64_t printPDFbyFile_Resize(const orvante::PdfDocument& document, std::int32_t x,
+                                     std::int32_t y, std::int32_t width, std::int32_t height,
+                                     std::int32_t printer_dpi, std::int32_t page_index);
+  // The number of pages: 0 for a file that is no readable PDF.
+  std::int64_t getPDFPageCountbyPath(const std::string& path);
+  std::int64_t getPDFPageCountbyFile(const orvante::PdfDocument& document);
 
   // --- Accessory port ---------------------------------------------------------
   std::int64_t openportMFI();

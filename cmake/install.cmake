@@ -7,7 +7,7 @@ set(ORVANTE_PC_REQUIRES "cairo gdk-pixbuf-2.0 pangocairo pangoft2 fontconfig")
 if(TARGET orvante_pdf)
   list(APPEND orvante_installed orvante_pdf)
   string(APPEND ORVANTE_PC_LIBS " -lorvante_pdf")
-  string(APPEND ORVANTE_PC_REQUIRES " poppler-glib")
+  string(APPEND ORVANTE_PC_REQUIRES " poppler-glib gio-2.0")
 endif()
 install(TARGETS ${orvante_installed} EXPORT orvanteTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}

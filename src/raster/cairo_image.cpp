@@ -1,6 +1,9 @@
 #include "cairo_image.hpp"
 
+#include <bit>
 #include <cstring>
+#include <memory>
+#include <new>
 
 namespace orvante::raster {
 namespace {
@@ -29,6 +32,30 @@ Surface surfaceOf(const Image& image) {
   return surface;
 }
 
+namespace {
+
+// A Cairo pixel word as the bytes R, G, B, A.
+void storeRgba(std::uint32_t pixel, std::uint8_t* out) {
+  if constexpr (std::endian::native == std::endian::little) {
+    // R, G, B, A in memory is the word A B G R: swap R and B, a whole word
+    // at a time, which the compiler vectorises.
+    const std::uint32_t swapped =
+        (pixel & 0xFF00FF00u) | ((pixel >> 16) & 0xFFu) | ((pixel & 0xFFu) << 16);
+    std::memcpy(out, &swapped, 4);
+  } else {
+    out[0] = static_cast<std::uint8_t>(pixel >> 16);
+    out[1] = static_cast<std::uint8_t>(pixel >> 8);
+    out[2] = static_cast<std::uint8_t>(pixel);
+    out[3] = static_cast<std::uint8_t>(pixel >> 24);
+  }
+}
+
+struct ContextReleaser {
+  void operator()(cairo_t* context) const { cairo_destroy(context); }
+};
+
+}  // namespace
+
 Image imageOf(cairo_surface_t* surface) {
   cairo_surface_flush(surface);
   const int width = cairo_image_surface_get_width(surface);
@@ -41,27 +68,35 @@ Image imageOf(cairo_surface_t* surface) {
   for (int y = 0; y < height; ++y) {
     const auto* row =
         reinterpret_cast<const std::uint32_t*>(data + static_cast<std::size_t>(y) * stride);
-    for (int x = 0; x < width; ++x, out += 4) {
-      const std::uint32_t pixel = row[x];
-      out[0] = static_cast<std::uint8_t>(pixel >> 16);
-      out[1] = static_cast<std::uint8_t>(pixel >> 8);
-      out[2] = static_cast<std::uint8_t>(pixel);
-      out[3] = static_cast<std::uint8_t>(pixel >> 24);
-    }
+    for (int x = 0; x < width; ++x, out += 4) storeRgba(row[x], out);
   }
   return Image(width, height, std::move(rgba));
 }
 
+// Cairo draws straight into the new image's own buffer, which is then
+// reordered in place: a large image costs one buffer, not two.
 Image drawImage(int width, int height, const std::function<void(cairo_t*)>& draw) {
   if (width <= 0 || height <= 0) return {};
-  Surface surface(cairo_image_surface_create(CAIRO_FORMAT_ARGB32, width, height));
-  if (cairo_surface_status(surface.get()) != CAIRO_STATUS_SUCCESS) {
-    throw std::bad_alloc();
+  // Cairo makes no image larger than this on a side; it is refused before
+  // any buffer is made.
+  if (width > kMaxRenderedSide || height > kMaxRenderedSide) throw std::bad_alloc();
+  const int stride = width * 4;  // what Cairo asks of ARGB32 rows
+  Bytes pixels(static_cast<std::size_t>(stride) * static_cast<std::size_t>(height));
+  {
+    Surface surface(cairo_image_surface_create_for_data(pixels.data(), CAIRO_FORMAT_ARGB32, width,
+                                                        height, stride));
+    if (cairo_surface_status(surface.get()) != CAIRO_STATUS_SUCCESS) throw std::bad_alloc();
+    std::unique_ptr<cairo_t, ContextReleaser> context(cairo_create(surface.get()));
+    draw(context.get());
+    context.reset();
+    cairo_surface_finish(surface.get());
   }
-  cairo_t* context = cairo_create(surface.get());
-  draw(context);
-  cairo_destroy(context);
-  return imageOf(surface.get());
+  for (std::size_t i = 0; i < pixels.size(); i += 4) {
+    std::uint32_t pixel;
+    std::memcpy(&pixel, &pixels[i], 4);
+    storeRgba(pixel, &pixels[i]);
+  }
+  return Image(width, height, std::move(pixels));
 }
 
 void drawStretched(cairo_t* context, const Image& image, double width, double height) {

@@ -32,8 +32,8 @@ class PdfDocument {
   // A document that could not be opened; it has 0 pages.
   PdfDocument() = default;
 
-  // Opens the file; a missing, unreadable, damaged or encrypted file gives a
-  // document with 0 pages.
+  // Opens the file; a missing, unreadable or damaged file, or one locked by
+  // a password, gives a document with 0 pages.
   static PdfDocument open(const std::string& path);
   // The same from bytes in memory (copied).
   static PdfDocument fromData(ByteView bytes);

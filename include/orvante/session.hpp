@@ -226,9 +226,10 @@ class ORVANTESDK {
   // Each page is drawn on white at printer_dpi and sent by SendPic (compressed
   // packet, then "\r\nPRINT 1\r\n"). The _Resize forms stretch each page to
   // width x height dots when both are positive and send "CLS\r\n" first.
-  // page_index counts from 1; a page the document lacks sends an empty
-  // packet. A file that is no readable PDF has 0 pages: nothing is sent and
-  // the result is 1. -1, logged as "Name:" and "Reason:", when a page would
+  // page_index counts from 1; a page the document lacks is drawn as nothing:
+  // an empty packet, or in the _Resize forms a white one of width x height.
+  // A file that is no readable PDF has 0 pages: nothing is sent and the
+  // result is 1. -1, logged as "Name:" and "Reason:", when a page would
   // need more than kMaxRenderedPixels (100 megapixels, see image.hpp); the
   // pages before it have been sent. -1 too in a build without PDF support.
   std::int64_t printPDFbyPath(const std::string& path, std::int32_t x, std::int32_t y,

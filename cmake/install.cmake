@@ -1,7 +1,15 @@
 # Installs the library, its headers, a CMake package and a pkg-config file.
 include(CMakePackageConfigHelpers)
 
-install(TARGETS orvante EXPORT orvanteTargets
+set(orvante_installed orvante)
+set(ORVANTE_PC_LIBS "-lorvante")
+set(ORVANTE_PC_REQUIRES "cairo gdk-pixbuf-2.0 pangocairo pangoft2 fontconfig")
+if(TARGET orvante_pdf)
+  list(APPEND orvante_installed orvante_pdf)
+  string(APPEND ORVANTE_PC_LIBS " -lorvante_pdf")
+  string(APPEND ORVANTE_PC_REQUIRES " poppler-glib gio-2.0")
+endif()
+install(TARGETS ${orvante_installed} EXPORT orvanteTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})

@@ -1,5 +1,6 @@
 #pragma once
-// The named exception raised by the session's connection guard.
+// A named exception: the connection guard raises "NoConnectionException";
+// an image too large to draw fails as "ImageTooLarge".
 
 #include <stdexcept>
 #include <string>

@@ -14,13 +14,17 @@ struct Size {
   double height = 0;
 };
 
+// The largest image the library decodes or draws itself (an image file, a
+// line of text in a system font, a PDF page): 100 megapixels, more than a
+// 4 x 6 inch label at 600 dpi needs ten times over, and no side above 32767
+// pixels, the drawing library's limit. Larger images are refused before
+// their pixels are allocated: decoding gives the empty image, an operation
+// that would draw one fails with -1 and logs why.
+inline constexpr long long kMaxRenderedPixels = 100'000'000;
+inline constexpr int kMaxRenderedSide = 32767;
+
 class Image {
  public:
-  // The most pixels a decoded or drawn image may have: 100 megapixels,
-  // more than a 4 x 6 inch label at 600 dpi needs 10 times over. Larger
-  // images are refused before their pixels are allocated.
-  static constexpr std::int64_t kMaxPixels = 100'000'000;
-
   // The empty image stands for a missing one.
   Image() = default;
   // rgba holds 4 x width x height bytes: R, G, B, A per pixel, colours
@@ -31,7 +35,7 @@ class Image {
   static Image transparent(int width, int height);
   // Decodes PNG, JPEG, GIF (its first frame) and BMP; the empty image when
   // the file cannot be read or decoded, is truncated, is in another format,
-  // or has more than kMaxPixels pixels (read from its header, before
+  // or has more than kMaxRenderedPixels pixels (read from its header, before
   // decoding).
   static Image fromFile(const std::string& path);
   static Image fromData(ByteView bytes);

@@ -8,10 +8,12 @@
 #include <orvante/dither.hpp>
 #include <orvante/exception.hpp>
 #include <orvante/field.hpp>
+#include <orvante/geometry.hpp>
 #include <orvante/image.hpp>
 #include <orvante/label.hpp>
 #include <orvante/log.hpp>
 #include <orvante/lzss.hpp>
+#include <orvante/pdf.hpp>
 #include <orvante/platform/platform.hpp>
 #include <orvante/printer.hpp>
 #include <orvante/session.hpp>

@@ -12,6 +12,7 @@
 #include <orvante/bytes.hpp>
 #include <orvante/field.hpp>
 #include <orvante/image.hpp>
+#include <orvante/pdf.hpp>
 #include <orvante/platform/platform.hpp>
 #include <orvante/value.hpp>
 
@@ -185,6 +186,75 @@ class ORVANTESDK {
                                std::int32_t width, std::int32_t height, std::int32_t threshold);
   std::int64_t sendImagebyFile(const orvante::Image& image, std::int32_t x, std::int32_t y,
                                std::int32_t width, std::int32_t height, std::int32_t threshold);
+
+  // --- Rendered text ----------------------------------------------------------
+  // Text set in an installed font at `height` points (one point is one
+  // dot), turned clockwise by `rotation` degrees, sent as the compressed
+  // bitmap packet after a 0.5 s pause. style: 0 regular, 1 italic, 2 bold,
+  // 3 bold italic. withUnderline has no effect: no underline is ever drawn.
+  // 1 when handed to a link; -1 when none is open (after the pause) or when
+  // the text would need more than kMaxRenderedPixels (see image.hpp; logged
+  // as "Name:" and "Reason:", without the pause).
+  std::int64_t windowsfont(std::int32_t x, std::int32_t y, std::int32_t height,
+                           std::int32_t rotation, std::int32_t style, std::int32_t withUnderline,
+                           const std::string& fontName, const std::string& content);
+  // Beware: not windowsfont plus a delay. It pauses `delay` seconds instead
+  // of 0.5 and sends the raster uncompressed in the "BITMAP" command,
+  // without the encoder's lock; it leaves commandbuffer, _writeData, end and
+  // endCRLF holding that command's pieces.
+  std::int64_t windowsfontFromX(std::int32_t x, std::int32_t y, std::int32_t height,
+                                std::int32_t rotation, std::int32_t style,
+                                std::int32_t withUnderline, const std::string& fontName,
+                                const std::string& content, double delay);
+  // The face of the family (exact, case-sensitive family name) that fits the
+  // style, as a PostScript name such as "DejaVuSans-Bold". A name containing
+  // "Medium" counts as bold. An unknown family comes back unchanged.
+  std::string fnFindFontWithName(const std::string& name, bool bold, bool italic);
+  // The content drawn as one line, black, without antialiasing, on a
+  // transparent image whose sides are padded up to multiples of 8, then
+  // rotated when rotation is not 0. The underline argument is ignored. A
+  // face name that names no installed face or family draws in the default
+  // sans-serif face. Throws orvante::Exception "ImageTooLarge" beyond
+  // kMaxRenderedPixels.
+  orvante::Image fnDrawString(const std::string& content, const std::string& fontName,
+                              std::int32_t size, bool underline, std::int32_t rotation);
+  // Turned clockwise about the centre; exactly 90 and 270 swap the sides,
+  // other angles keep the size and clip the corners.
+  orvante::Image fnRotateImage(const orvante::Image& image, double degree);
+
+  // --- PDF printing -------------------------------------------------------------
+  // Each page is drawn on white at printer_dpi and sent by SendPic (compressed
+  // packet, then "\r\nPRINT 1\r\n"). The _Resize forms stretch each page to
+  // width x height dots when both are positive and send "CLS\r\n" first.
+  // page_index counts from 1; a page the document lacks is drawn as nothing:
+  // an empty packet, or in the _Resize forms a white one of width x height.
+  // A file that is no readable PDF has 0 pages: nothing is sent and the
+  // result is 1. -1, logged as "Name:" and "Reason:", when a page would
+  // need more than kMaxRenderedPixels (100 megapixels, see image.hpp); the
+  // pages before it have been sent. -1 too in a build without PDF support.
+  std::int64_t printPDFbyPath(const std::string& path, std::int32_t x, std::int32_t y,
+                              std::int32_t printer_dpi);
+  std::int64_t printPDFbyPath(const std::string& path, std::int32_t x, std::int32_t y,
+                              std::int32_t printer_dpi, std::int32_t page_index);
+  std::int64_t printPDFbyPath_Resize(const std::string& path, std::int32_t x, std::int32_t y,
+                                     std::int32_t width, std::int32_t height,
+                                     std::int32_t printer_dpi);
+  std::int64_t printPDFbyPath_Resize(const std::string& path, std::int32_t x, std::int32_t y,
+                                     std::int32_t width, std::int32_t height,
+                                     std::int32_t printer_dpi, std::int32_t page_index);
+  std::int64_t printPDFbyFile(const orvante::PdfDocument& document, std::int32_t x,
+                              std::int32_t y, std::int32_t printer_dpi);
+  std::int64_t printPDFbyFile(const orvante::PdfDocument& document, std::int32_t x,
+                              std::int32_t y, std::int32_t printer_dpi, std::int32_t page_index);
+  std::int64_t printPDFbyFile_Resize(const orvante::PdfDocument& document, std::int32_t x,
+                                     std::int32_t y, std::int32_t width, std::int32_t height,
+                                     std::int32_t printer_dpi);
+  std::int64_t printPDFbyFile_Resize(const orvante::PdfDocument& document, std::int32_t x,
+                                     std::int32_t y, std::int32_t width, std::int32_t height,
+                                     std::int32_t printer_dpi, std::int32_t page_index);
+  // The number of pages: 0 for a file that is no readable PDF.
+  std::int64_t getPDFPageCountbyPath(const std::string& path);
+  std::int64_t getPDFPageCountbyFile(const orvante::PdfDocument& document);
 
   // --- Accessory port ---------------------------------------------------------
   std::int64_t openportMFI();

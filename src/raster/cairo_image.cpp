@@ -1,8 +1,10 @@
 #include "cairo_image.hpp"
 
+#include <bit>
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <memory>
 #include <new>
 
 namespace orvante::raster {
@@ -32,6 +34,30 @@ Surface surfaceOf(const Image& image) {
   return surface;
 }
 
+namespace {
+
+// A Cairo pixel word as the bytes R, G, B, A.
+void storeRgba(std::uint32_t pixel, std::uint8_t* out) {
+  if constexpr (std::endian::native == std::endian::little) {
+    // R, G, B, A in memory is the word A B G R: swap R and B, a whole word
+    // at a time, which the compiler vectorises.
+    const std::uint32_t swapped =
+        (pixel & 0xFF00FF00u) | ((pixel >> 16) & 0xFFu) | ((pixel & 0xFFu) << 16);
+    std::memcpy(out, &swapped, 4);
+  } else {
+    out[0] = static_cast<std::uint8_t>(pixel >> 16);
+    out[1] = static_cast<std::uint8_t>(pixel >> 8);
+    out[2] = static_cast<std::uint8_t>(pixel);
+    out[3] = static_cast<std::uint8_t>(pixel >> 24);
+  }
+}
+
+struct ContextReleaser {
+  void operator()(cairo_t* context) const { cairo_destroy(context); }
+};
+
+}  // namespace
+
 Image imageOf(cairo_surface_t* surface) {
   cairo_surface_flush(surface);
   const int width = cairo_image_surface_get_width(surface);
@@ -44,13 +70,7 @@ Image imageOf(cairo_surface_t* surface) {
   for (int y = 0; y < height; ++y) {
     const auto* row =
         reinterpret_cast<const std::uint32_t*>(data + static_cast<std::size_t>(y) * stride);
-    for (int x = 0; x < width; ++x, out += 4) {
-      const std::uint32_t pixel = row[x];
-      out[0] = static_cast<std::uint8_t>(pixel >> 16);
-      out[1] = static_cast<std::uint8_t>(pixel >> 8);
-      out[2] = static_cast<std::uint8_t>(pixel);
-      out[3] = static_cast<std::uint8_t>(pixel >> 24);
-    }
+    for (int x = 0; x < width; ++x, out += 4) storeRgba(row[x], out);
   }
   return Image(width, height, std::move(rgba));
 }
@@ -63,18 +83,33 @@ int pixelsOf(double size) {
   return static_cast<int>(size);
 }
 
+// Cairo draws straight into the new image's own buffer, which is then
+// reordered in place: a large image costs one buffer, not two.
 Image drawImage(int width, int height, const std::function<void(cairo_t*)>& draw) {
   if (width <= 0 || height <= 0) return {};
-  // Over the budget the drawing is refused as an allocation that fails.
-  if (static_cast<std::int64_t>(width) * height > Image::kMaxPixels) throw std::bad_alloc();
-  Surface surface(cairo_image_surface_create(CAIRO_FORMAT_ARGB32, width, height));
-  if (cairo_surface_status(surface.get()) != CAIRO_STATUS_SUCCESS) {
+  // Over the budget (or past Cairo's limit on a side) the drawing is
+  // refused as an allocation that fails, before any buffer is made.
+  if (width > kMaxRenderedSide || height > kMaxRenderedSide ||
+      static_cast<long long>(width) * height > kMaxRenderedPixels) {
     throw std::bad_alloc();
   }
-  cairo_t* context = cairo_create(surface.get());
-  draw(context);
-  cairo_destroy(context);
-  return imageOf(surface.get());
+  const int stride = width * 4;  // what Cairo asks of ARGB32 rows
+  Bytes pixels(static_cast<std::size_t>(stride) * static_cast<std::size_t>(height));
+  {
+    Surface surface(cairo_image_surface_create_for_data(pixels.data(), CAIRO_FORMAT_ARGB32, width,
+                                                        height, stride));
+    if (cairo_surface_status(surface.get()) != CAIRO_STATUS_SUCCESS) throw std::bad_alloc();
+    std::unique_ptr<cairo_t, ContextReleaser> context(cairo_create(surface.get()));
+    draw(context.get());
+    context.reset();
+    cairo_surface_finish(surface.get());
+  }
+  for (std::size_t i = 0; i < pixels.size(); i += 4) {
+    std::uint32_t pixel;
+    std::memcpy(&pixel, &pixels[i], 4);
+    storeRgba(pixel, &pixels[i]);
+  }
+  return Image(width, height, std::move(pixels));
 }
 
 void drawStretched(cairo_t* context, const Image& image, double width, double height) {

@@ -28,7 +28,7 @@ Image imageOf(cairo_surface_t* surface);
 int pixelsOf(double size);
 
 // A new transparent image of the size, drawn by the function. Throws
-// std::bad_alloc past Image::kMaxPixels.
+// std::bad_alloc past kMaxRenderedPixels or kMaxRenderedSide.
 Image drawImage(int width, int height, const std::function<void(cairo_t*)>& draw);
 
 // Draws the image stretched into (0, 0, width, height) of the context.

@@ -25,7 +25,7 @@ Image fromPixbuf(GdkPixbuf* pixbuf) {
   const bool alpha = gdk_pixbuf_get_has_alpha(pixbuf);
   const guchar* pixels = gdk_pixbuf_read_pixels(pixbuf);
   if (width <= 0 || height <= 0 || channels < 3 || gdk_pixbuf_get_bits_per_sample(pixbuf) != 8 ||
-      std::int64_t{width} * height > Image::kMaxPixels) {
+      std::int64_t{width} * height > kMaxRenderedPixels) {
     return {};
   }
   Bytes rgba(static_cast<std::size_t>(width) * height * 4);
@@ -79,7 +79,7 @@ class BudgetedLoader {
 
  private:
   static void sizePrepared(GdkPixbufLoader* loader, int width, int height, gpointer self) {
-    if (width > 0 && height > 0 && std::int64_t{width} * height <= Image::kMaxPixels) return;
+    if (width > 0 && height > 0 && std::int64_t{width} * height <= kMaxRenderedPixels) return;
     static_cast<BudgetedLoader*>(self)->tooLarge_ = true;
     gdk_pixbuf_loader_set_size(loader, 0, 0);
   }

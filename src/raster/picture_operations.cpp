@@ -2,15 +2,11 @@
 // raster, and the compressed bitmap packet of SendPic and its kin.
 
 #include <orvante/lzss.h>
-#include <orvante/log.hpp>
-
-#include <cxxabi.h>
 
 #include <cmath>
-#include <cstdlib>
 #include <mutex>
-#include <typeinfo>
 
+#include "../session/failure_report.hpp"
 #include "../session/internals.hpp"
 #include "../session/link.hpp"
 #include "cairo_image.hpp"
@@ -19,26 +15,12 @@
 using orvante::Bytes;
 using orvante::ByteView;
 using orvante::Image;
+using orvante::reportFailure;
 
 namespace {
 
 constexpr double kPrintThreshold = 128.0;
 const char kPrintOne[] = "\r\nPRINT 1\r\n";
-
-std::string typeName(const std::exception& failure) {
-  int status = 0;
-  char* readable = abi::__cxa_demangle(typeid(failure).name(), nullptr, nullptr, &status);
-  std::string name = status == 0 && readable ? readable : typeid(failure).name();
-  std::free(readable);
-  return name;
-}
-
-// The failure of an imaging operation, as the log reports it.
-std::int64_t reportFailure(const std::exception& failure) {
-  orvante::log("Name: " + typeName(failure));
-  orvante::log(std::string("Reason: ") + failure.what());
-  return -1;
-}
 
 }  // namespace
 

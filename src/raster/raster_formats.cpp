@@ -1,11 +1,42 @@
 #include "raster_formats.hpp"
 
 #include <algorithm>
+#include <array>
+#include <cstring>
 #include <string>
 
 #include "../commands/text_encoding.hpp"
 
 namespace orvante::raster {
+
+namespace {
+
+// Each channel's term of the grey for every byte value: the very products
+// grey() forms, so their sum, taken in the same order, equals it bit for
+// bit.
+struct GreyTerms {
+  std::array<double, 256> r, g, b;
+  GreyTerms() {
+    for (int v = 0; v < 256; ++v) {
+      r[v] = v * 0.299;
+      g[v] = v * 0.587;
+      b[v] = v * 0.114;
+    }
+  }
+};
+
+const GreyTerms& greyTerms() {
+  static const GreyTerms terms;
+  return terms;
+}
+
+std::uint32_t wordOf(std::array<std::uint8_t, 4> bytes) {
+  std::uint32_t word;
+  std::memcpy(&word, bytes.data(), 4);
+  return word;
+}
+
+}  // namespace
 
 PaddedRaster thresholdRaster(const Image& image, bool whiteFill, double threshold) {
   PaddedRaster raster;
@@ -14,23 +45,40 @@ PaddedRaster thresholdRaster(const Image& image, bool whiteFill, double threshol
   raster.bytesPerRow = (width + 7) / 8;
   raster.rows = height;
   raster.bytes.assign(static_cast<std::size_t>(raster.bytesPerRow) * height, 0);
+  const GreyTerms& terms = greyTerms();
+  // Labels are mostly opaque white and black: those two are decided once.
+  const std::uint32_t white = wordOf({255, 255, 255, 255});
+  const std::uint32_t black = wordOf({0, 0, 0, 255});
+  const bool whiteIsLight = terms.r[255] + terms.g[255] + terms.b[255] >= threshold;
+  const bool blackIsLight = terms.r[0] + terms.g[0] + terms.b[0] >= threshold;
   const std::uint8_t* pixel = image.rgba().data();
   std::uint8_t* out = raster.bytes.data();
   for (int y = 0; y < height; ++y) {
-    for (int x = 0; x < raster.bytesPerRow * 8; ++x) {
-      bool light = true;  // the padding of a row's last byte
-      if (x < width) {
-        // Over opaque white, a premultiplied colour gains what its alpha lacks.
-        const int lift = whiteFill ? 255 - pixel[3] : 0;
-        auto channel = [&](int c) {
-          return static_cast<std::uint8_t>(std::min(255, pixel[c] + lift));
-        };
-        light = grey(channel(0), channel(1), channel(2)) >= threshold;
-        pixel += 4;
+    for (int x = 0; x < width; x += 8) {
+      const int count = std::min(8, width - x);
+      unsigned bits = 0;
+      for (int i = 0; i < count; ++i, pixel += 4) {
+        std::uint32_t word;
+        std::memcpy(&word, pixel, 4);
+        bool light;
+        if (word == white) {
+          light = whiteIsLight;
+        } else if (word == black) {
+          light = blackIsLight;
+        } else {
+          // Over opaque white, a premultiplied colour gains what its alpha lacks.
+          const int lift = whiteFill ? 255 - pixel[3] : 0;
+          light = terms.r[std::min(255, pixel[0] + lift)] +
+                      terms.g[std::min(255, pixel[1] + lift)] +
+                      terms.b[std::min(255, pixel[2] + lift)] >=
+                  threshold;
+        }
+        bits = (bits << 1) | (light ? 1u : 0u);
       }
-      out[x / 8] = static_cast<std::uint8_t>((out[x / 8] << 1) | (light ? 1 : 0));
+      // The unused bits of a row's last byte are light.
+      bits = (bits << (8 - count)) | ((1u << (8 - count)) - 1);
+      *out++ = static_cast<std::uint8_t>(bits);
     }
-    out += raster.bytesPerRow;
   }
   return raster;
 }
@@ -58,11 +106,15 @@ Bytes packetHeader(std::int32_t x, std::int32_t y, std::int32_t bytesPerRow, std
   return header;
 }
 
+std::string bitmapCommandText(std::int32_t x, std::int32_t y, std::int32_t bytesPerRow,
+                              std::int32_t rows) {
+  return "BITMAP " + std::to_string(x) + "," + std::to_string(y) + "," +
+         std::to_string(bytesPerRow) + "," + std::to_string(rows) + ",2,";
+}
+
 Bytes bitmapCommand(std::int32_t x, std::int32_t y, std::int32_t bytesPerRow, std::int32_t rows,
                     ByteView raster) {
-  Bytes command = encode("BITMAP " + std::to_string(x) + "," + std::to_string(y) + "," +
-                             std::to_string(bytesPerRow) + "," + std::to_string(rows) + ",2,",
-                         TextEncoding::MacRoman);
+  Bytes command = encode(bitmapCommandText(x, y, bytesPerRow, rows), TextEncoding::MacRoman);
   command.insert(command.end(), raster.begin(), raster.end());
   command.push_back('\r');
   command.push_back('\n');

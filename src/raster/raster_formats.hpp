@@ -4,6 +4,7 @@
 // significant bit leftmost.
 
 #include <cstdint>
+#include <string>
 
 #include <orvante/image.hpp>
 
@@ -34,8 +35,12 @@ Bytes alphaRaster(const Image& image);
 // bytes per row and rows as 16-bit little-endian fields, then six zeros.
 Bytes packetHeader(std::int32_t x, std::int32_t y, std::int32_t bytesPerRow, std::int32_t rows);
 
-// The uncompressed command: "BITMAP x,y,bytesPerRow,rows,2," then the
-// raster, then CR LF.
+// The text that opens the uncompressed command:
+// "BITMAP x,y,bytesPerRow,rows,2,".
+std::string bitmapCommandText(std::int32_t x, std::int32_t y, std::int32_t bytesPerRow,
+                              std::int32_t rows);
+
+// The uncompressed command: that text, then the raster, then CR LF.
 Bytes bitmapCommand(std::int32_t x, std::int32_t y, std::int32_t bytesPerRow, std::int32_t rows,
                     ByteView raster);
 

@@ -20,6 +20,7 @@
 #include <orvante/dither.hpp>
 #include <orvante/export.hpp>
 #include <orvante/image.hpp>
+#include <orvante/pdf.hpp>
 
 namespace orvante {
 
@@ -38,6 +39,12 @@ struct TextOptions {
   int xMultiplier = 1;
   int yMultiplier = 1;
   Encoding encoding = Encoding::Utf8;
+};
+
+struct FontOptions {
+  bool bold = false;
+  bool italic = false;
+  int rotation = 0;  // clockwise: 0, 90, 180 or 270
 };
 
 struct BarcodeOptions {
@@ -72,6 +79,15 @@ class ORVANTE_EXPORT Label {
   Label& image(int x, int y, const Image& image, const ImageOptions& options = {});
   // The image as the uncompressed BITMAP command.
   Label& bitmap(int x, int y, const Image& image, const ImageOptions& options = {});
+  // One line in an installed font family ("DejaVu Sans") at a size in dots,
+  // drawn on the host and sent as the compressed bitmap packet; characters
+  // the family lacks come from another installed font.
+  Label& renderedText(int x, int y, std::string_view family, int dots, std::string_view content,
+                      const FontOptions& options = {});
+  // A page (counted from 1) drawn at the label's resolution, as an image.
+  // Throws std::runtime_error in a build without PDF support.
+  Label& pdfPage(int x, int y, const PdfDocument& document, int page,
+                 const ImageOptions& options = {});
 
   // --- Output -------------------------------------------------------------------
   Label& print(int sets = 1, int copies = 1);
@@ -88,6 +104,8 @@ class ORVANTE_EXPORT Label {
  private:
   void append(std::string_view text, Encoding encoding = Encoding::Big5Hkscs);
   void append(ByteView bytes);
+  // The compressed bitmap packet of a raster, closed by a line end.
+  void appendPacket(int x, int y, int bytesPerRow, int rows, ByteView raster);
 
   int dpi_;
   std::optional<std::pair<int, int>> sizeInDots_;

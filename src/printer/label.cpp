@@ -2,6 +2,7 @@
 // lines, encodings, packers and encoder as the session's operations.
 
 #include <orvante/label.hpp>
+#include <orvante/exception.hpp>
 #include <orvante/lzss.hpp>
 
 #include <array>
@@ -12,6 +13,13 @@
 #include <orvante/commands.hpp>
 #include "../commands/text_encoding.hpp"
 #include "../raster/dither.hpp"
+#include "../raster/face_choice.hpp"
+#include "../raster/fonts.hpp"
+#ifdef ORVANTE_HAS_PDF
+#include "../raster/pdf_pages.hpp"
+#endif
+#include "../raster/rotation.hpp"
+#include "../raster/text_drawing.hpp"
 
 namespace orvante {
 namespace {
@@ -176,12 +184,38 @@ Label& Label::barcode(int x, int y, std::string_view type, std::string_view code
   return *this;
 }
 
-Label& Label::image(int x, int y, const Image& picture, const ImageOptions& options) {
-  const auto raster = rasterAt(sizeInDots_, x, y, picture, options);
-  append(raster::packetHeader(x, y, raster.bytesPerRow, raster.rows));
-  append(lzss::encode(raster.bytes));
+void Label::appendPacket(int x, int y, int bytesPerRow, int rows, ByteView raster) {
+  append(raster::packetHeader(x, y, bytesPerRow, rows));
+  append(lzss::encode(raster));
   // The line end closes the packet, as the rendered text's packet is closed.
   append(std::string_view("\r\n"));
+}
+
+Label& Label::image(int x, int y, const Image& picture, const ImageOptions& options) {
+  const auto raster = rasterAt(sizeInDots_, x, y, picture, options);
+  appendPacket(x, y, raster.bytesPerRow, raster.rows, raster.bytes);
+  return *this;
+}
+
+Label& Label::renderedText(int x, int y, std::string_view family, int dots,
+                           std::string_view content, const FontOptions& options) {
+  requirePosition(x, y);
+  requireRotation(options.rotation);
+  require(dots > 0 && dots <= 2000,
+          "the text size must be 1 to 2000 dots, not " + std::to_string(dots));
+  require(!content.empty(), "there is no text to draw");
+  const std::string face = text::chooseFace(std::string(family), options.bold, options.italic,
+                                            text::familyNames(), text::faceNames);
+  Image drawn;
+  try {
+    drawn = text::drawLine(std::string(content), face, dots);
+  } catch (const Exception& tooLarge) {
+    throw std::invalid_argument(tooLarge.reason());
+  }
+  if (options.rotation != 0) drawn = raster::rotateImage(drawn, options.rotation);
+  checkFits(sizeInDots_, x, y, drawn.pixelWidth(), drawn.pixelHeight(), "the text");
+  // Drawn sides are multiples of 8, so the alpha raster is whole rows.
+  appendPacket(x, y, drawn.pixelWidth() / 8, drawn.pixelHeight(), raster::alphaRaster(drawn));
   return *this;
 }
 
@@ -189,6 +223,25 @@ Label& Label::bitmap(int x, int y, const Image& picture, const ImageOptions& opt
   const auto raster = rasterAt(sizeInDots_, x, y, picture, options);
   append(raster::bitmapCommand(x, y, raster.bytesPerRow, raster.rows, raster.bytes));
   return *this;
+}
+
+Label& Label::pdfPage(int x, int y, const PdfDocument& document, int page,
+                      const ImageOptions& options) {
+#ifdef ORVANTE_HAS_PDF
+  require(page >= 1 && page <= document.pageCount(),
+          "the document has no page " + std::to_string(page) + " (it has " +
+              std::to_string(document.pageCount()) + ")");
+  Image drawn;
+  try {
+    drawn = raster::pdfPageAtResolution(document, page, dpi_);
+  } catch (const Exception& tooLarge) {
+    throw std::invalid_argument(tooLarge.reason());
+  }
+  return image(x, y, drawn, options);
+#else
+  (void)x, (void)y, (void)document, (void)page, (void)options;
+  throw std::runtime_error("this build of orvante prints no PDF pages");
+#endif
 }
 
 Label& Label::print(int sets, int copies) {

@@ -12,18 +12,6 @@ using namespace orvante::testing;
 
 namespace {
 
-// What one session operation sends over a TCP link.
-template <class Operation>
-Bytes sentBy(Operation&& operation) {
-  TcpRig tcp;
-  auto& [rig, session, printer] = tcp;
-  operation(session);
-  session.closeport_withtime(0);
-  auto peer = printer.connection();
-  EXPECT_TRUE(peer->waitForHangUp());
-  return peer->received();
-}
-
 Image stripes(int width, int height) {
   Bytes rgba(static_cast<std::size_t>(width) * height * 4, 255);
   for (int y = 0; y < height; ++y) {

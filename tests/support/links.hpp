@@ -86,6 +86,18 @@ inline fakes::PrinterPeer::Responder answering(
   };
 }
 
+// What one session operation sends over a TCP link, whole.
+template <class Operation>
+Bytes sentBy(Operation&& operation) {
+  TcpRig tcp;
+  auto& [rig, session, printer] = tcp;
+  operation(session);
+  session.closeport_withtime(0);
+  auto peer = printer.connection();
+  EXPECT_TRUE(peer->waitForHangUp());
+  return peer->received();
+}
+
 inline std::vector<std::size_t> writeSizes(const Timeline& timeline) {
   std::vector<std::size_t> sizes;
   for (const auto& bytes : timeline.writes()) sizes.push_back(bytes.size());

@@ -1,6 +1,7 @@
 // The orvante tool as a user runs it: its exit status, what it prints on
 // standard output and standard error, and what the printer receives.
 
+#include <cairo-pdf.h>
 #include <gtest/gtest.h>
 
 #include <sys/wait.h>
@@ -13,6 +14,7 @@
 #include <orvante/label.hpp>
 
 #include "links.hpp"
+#include "printer_process.hpp"
 
 using namespace orvante;
 using namespace orvante::testing;
@@ -41,6 +43,18 @@ ToolRun runTool(const std::string& arguments, const std::string& environment = "
   run.out = slurp(base + ".out");
   run.err = slurp(base + ".err");
   return run;
+}
+
+void writeTwoPagePdf(const std::string& path) {
+  cairo_surface_t* surface = cairo_pdf_surface_create(path.c_str(), 142, 71);
+  cairo_t* cairo = cairo_create(surface);
+  for (double x : {10.0, 60.0}) {
+    cairo_rectangle(cairo, x, 10, 40, 40);
+    cairo_fill(cairo);
+    cairo_show_page(cairo);
+  }
+  cairo_destroy(cairo);
+  cairo_surface_destroy(surface);
 }
 
 std::string at(const LoopbackPrinter& printer) {
@@ -125,4 +139,28 @@ TEST(Cli, DownloadsAndRawCommandsArriveAsSent) {
   ASSERT_TRUE(printer.connection(2)->waitForHangUp());
   EXPECT_EQ(textOf(printer.connection(2)->received()),
             "WLAN SSID \"Depot\"\r\nWLAN WPA \"s3cret pass\"\r\nWLAN DHCP\r\n");
+}
+
+TEST(Cli, EveryKindOfLabelComesOutOfTheVirtualPrinter) {
+  PrinterProcess vprinter;
+  const std::string printerOption = "--printer tcp://127.0.0.1:" + std::to_string(vprinter.port());
+  const std::string pdf = ::testing::TempDir() + "orvante-cli-slip.pdf";
+  writeTwoPagePdf(pdf);
+  EXPECT_EQ(runTool(printerOption + " label --size 50x30 --text '24,24,3,Hello' "
+                                    "--barcode 24,80,128,80,SHIP-1")
+                .status,
+            0);
+  const ToolRun text = runTool(printerOption + " text 'Fresh 羅勒' --size 50x20 --height 40");
+  EXPECT_EQ(text.status, 0) << text.err;
+  const ToolRun pages = runTool(printerOption + " pdf " + pdf + " --size 51x26");
+  EXPECT_EQ(pages.status, 0) << pages.err;
+  vprinter.control("status 04\n");
+  EXPECT_TRUE(eventuallyTrue([&] {
+    return runTool(printerOption + " query status").out == "out of paper (0x04)\n";
+  }));
+  EXPECT_EQ(runTool(printerOption + " query name").out, "ORVANTE VP-1\n");
+  // The label, the text and the PDF's two pages.
+  EXPECT_TRUE(eventuallyTrue([&] { return fs::exists(vprinter.labels() / "label-0004.png"); }))
+      << vprinter.printed();
+  EXPECT_EQ(vprinter.journal().find("\"warning\""), std::string::npos) << vprinter.journal();
 }

@@ -1,6 +1,9 @@
 // orvante label and orvante image: a label built from the command line,
 // sent to the printer or written out as bytes.
 
+#include <unistd.h>
+
+#include <cstdio>
 #include <fstream>
 #include <iostream>
 #include <map>
@@ -8,6 +11,7 @@
 
 #include <orvante/image.hpp>
 #include <orvante/label.hpp>
+#include <orvante/pdf.hpp>
 
 #include "cli.hpp"
 
@@ -106,9 +110,67 @@ const std::map<std::string, Dither> kDithers{
     {"atkinson", Dither::Atkinson},   {"ordered", Dither::Ordered4x4},
     {"ordered8", Dither::Ordered8x8}, {"edge", Dither::EdgeAware}};
 
+void addText(CLI::App& app, const Options& options) {
+  auto* text = app.add_subcommand("text", "print a line in an installed font (Chinese too)");
+  auto media = std::make_shared<Media>();
+  auto content = std::make_shared<std::string>();
+  auto family = std::make_shared<std::string>("DejaVu Sans");
+  auto dots = std::make_shared<int>(32);
+  auto at = std::make_shared<std::string>("10,10");
+  auto font = std::make_shared<FontOptions>();
+  addMediaOptions(*text, *media);
+  text->add_option("content", *content, "the text")->required();
+  text->add_option("--font", *family, "an installed font family");
+  text->add_option("--height", *dots, "the text's size in dots")->check(CLI::Range(1, 2000));
+  text->add_option("--at", *at, "where the text's top left corner goes, as X,Y in dots");
+  text->add_flag("--bold", font->bold, "the family's bold face");
+  text->add_flag("--italic", font->italic, "the family's italic face");
+  text->add_option("--rotate", font->rotation, "0, 90, 180 or 270 degrees, clockwise");
+  text->callback([=, &options] {
+    const auto f = fields(*at, 2, "X,Y");
+    Label built = startLabel(*media);
+    built.renderedText(number(f[0], "x"), number(f[1], "y"), *family, *dots, *content, *font);
+    built.print(1, media->copies);
+    deliver(built, *media, options);
+  });
+}
+
+void addPdf(CLI::App& app, const Options& options) {
+  auto* pdf = app.add_subcommand("pdf", "print the pages of a PDF, one label each");
+  auto media = std::make_shared<Media>();
+  auto path = std::make_shared<std::string>();
+  auto pages = std::make_shared<std::vector<int>>();
+  auto dither = std::make_shared<std::string>("threshold");
+  addMediaOptions(*pdf, *media);
+  pdf->add_option("file", *path, "the PDF file")->required();
+  pdf->add_option("--page", *pages, "a page to print, from 1 (default: every page)");
+  pdf->add_option("--dither", *dither, "threshold, fs, atkinson, ordered, ordered8 or edge")
+      ->check(CLI::IsMember({"threshold", "fs", "atkinson", "ordered", "ordered8", "edge"}));
+  pdf->callback([=, &options] {
+    const auto document = PdfDocument::open(*path);
+    if (document.pageCount() == 0) throw std::runtime_error("cannot read a PDF from " + *path);
+    std::vector<int> wanted = *pages;
+    if (wanted.empty()) {
+      for (int page = 1; page <= document.pageCount(); ++page) wanted.push_back(page);
+    }
+    Label built = startLabel(*media);
+    const bool report = ::isatty(STDERR_FILENO) && wanted.size() > 1;
+    for (std::size_t i = 0; i < wanted.size(); ++i) {
+      if (report) std::fprintf(stderr, "\rdrawing page %zu of %zu", i + 1, wanted.size());
+      built.pdfPage(0, 0, document, wanted[i], {kDithers.at(*dither)});
+      built.print(1, media->copies);
+      if (i + 1 < wanted.size()) built.clear();
+    }
+    if (report) std::fputc('\n', stderr);
+    deliver(built, *media, options);
+  });
+}
+
 }  // namespace
 
 void addLabelCommands(CLI::App& app, const Options& options) {
+  addText(app, options);
+  addPdf(app, options);
   auto* label = app.add_subcommand("label", "print a label of printer-font text and barcodes");
   auto media = std::make_shared<Media>();
   auto texts = std::make_shared<std::vector<std::string>>();

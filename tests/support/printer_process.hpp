@@ -1,0 +1,103 @@
+#pragma once
+// orvante-vprinter as a process of its own, on a free port, in a folder of
+// its own: for tests that drive it as a user would.
+
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+extern char** environ;
+
+namespace orvante::testing {
+
+namespace fs = std::filesystem;
+
+inline std::string readFile(const fs::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::stringstream text;
+  text << file.rdbuf();
+  return text.str();
+}
+
+inline bool eventuallyTrue(const std::function<bool()>& condition) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return true;
+}
+
+// orvante-vprinter on a free port, in a folder of its own.
+class PrinterProcess {
+ public:
+  explicit PrinterProcess(std::vector<std::string> extra = {}) {
+    char folder[] = "/tmp/vprinter-test-XXXXXX";
+    folder_ = mkdtemp(folder);
+    int control[2];
+    EXPECT_EQ(pipe2(control, O_CLOEXEC), 0);
+    control_ = control[1];
+    std::vector<std::string> args{VPRINTER_EXECUTABLE, "--listen", "127.0.0.1:0",
+                                  "--port-file", (folder_ / "port").string(),
+                                  "--out", (folder_ / "labels").string(),
+                                  "--journal", (folder_ / "journal.jsonl").string()};
+    args.insert(args.end(), extra.begin(), extra.end());
+    std::vector<char*> argv;
+    for (auto& arg : args) argv.push_back(arg.data());
+    argv.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, control[0], STDIN_FILENO);
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, (folder_ / "stdout").c_str(),
+                                     O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    EXPECT_EQ(posix_spawn(&pid_, argv[0], &actions, nullptr, argv.data(), environ), 0);
+    posix_spawn_file_actions_destroy(&actions);
+    close(control[0]);
+    EXPECT_TRUE(eventuallyTrue([&] { return fs::exists(folder_ / "port"); }));
+    port_ = std::stoi(readFile(folder_ / "port"));
+  }
+
+  ~PrinterProcess() {
+    if (pid_ > 0) stop();
+    close(control_);
+    fs::remove_all(folder_);
+  }
+
+  int port() const { return port_; }
+  fs::path labels() const { return folder_ / "labels"; }
+  std::string printed() const { return readFile(folder_ / "stdout"); }
+  std::string journal() const { return readFile(folder_ / "journal.jsonl"); }
+  void control(const std::string& line) {
+    ASSERT_EQ(write(control_, line.data(), line.size()), static_cast<ssize_t>(line.size()));
+  }
+
+  // SIGTERM; the exit status.
+  int stop() {
+    kill(pid_, SIGTERM);
+    int status = 0;
+    waitpid(pid_, &status, 0);
+    pid_ = -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+
+ private:
+  fs::path folder_;
+  pid_t pid_ = -1;
+  int control_ = -1;
+  int port_ = 0;
+};
+
+}  // namespace orvante::testing

@@ -10,7 +10,11 @@
 
 #include <benchmark/benchmark.h>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cmath>
+#include <cstdio>
 
 #include <orvante/orvante.hpp>
 
@@ -50,8 +54,29 @@ orvante::fakes::LoopbackPrinter& printer() {
   return peer;
 }
 
+// The encoder's C functions print their published trace on standard
+// output; the benchmark's own report must stay readable.
+class QuietStdout {
+ public:
+  QuietStdout() : saved_(::dup(STDOUT_FILENO)) {
+    std::fflush(stdout);
+    const int null = ::open("/dev/null", O_WRONLY);
+    ::dup2(null, STDOUT_FILENO);
+    ::close(null);
+  }
+  ~QuietStdout() {
+    std::fflush(stdout);
+    ::dup2(saved_, STDOUT_FILENO);
+    ::close(saved_);
+  }
+
+ private:
+  int saved_;
+};
+
 void publishedDoor(benchmark::State& state) {
   orvante::setLogSink([](std::string_view) {});
+  QuietStdout quiet;
   for (auto _ : state) {
     ORVANTESDK session;
     session.openport_ethernet("127.0.0.1", printer().port());

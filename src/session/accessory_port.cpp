@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <mutex>
 
-#include "../session/internals.hpp"
+#include "internals.hpp"
 
 namespace {
 

@@ -2,9 +2,9 @@
 // link rule. Only sendcommand: checks the stream status first, and only
 // sendcommand:delay: pauses; the other delay twins ignore their delay.
 
-#include "../session/internals.hpp"
-#include "../session/link.hpp"
-#include "text_encoding.hpp"
+#include "internals.hpp"
+#include "link.hpp"
+#include "../commands/text_encoding.hpp"
 
 using orvante::ByteView;
 using orvante::TextEncoding;

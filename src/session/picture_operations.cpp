@@ -6,11 +6,11 @@
 #include <cmath>
 #include <mutex>
 
-#include "../session/failure_report.hpp"
-#include "../session/internals.hpp"
-#include "../session/link.hpp"
-#include "cairo_image.hpp"
-#include "raster_formats.hpp"
+#include "failure_report.hpp"
+#include "internals.hpp"
+#include "link.hpp"
+#include "../raster/cairo_image.hpp"
+#include "../raster/raster_formats.hpp"
 
 using orvante::Bytes;
 using orvante::ByteView;

@@ -11,8 +11,8 @@
 #include <orvante/session.hpp>
 
 #include "../commands/text_encoding.hpp"
-#include "../session/describe.hpp"
-#include "../session/internals.hpp"
+#include "describe.hpp"
+#include "internals.hpp"
 
 extern "C" {
 std::int32_t BleReceivedLen = 0;

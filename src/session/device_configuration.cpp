@@ -4,10 +4,10 @@
 
 #include <stdexcept>
 
-#include "../session/internals.hpp"
-#include "../session/link.hpp"
+#include "internals.hpp"
+#include "link.hpp"
 #include <orvante/commands.hpp>
-#include "text_encoding.hpp"
+#include "../commands/text_encoding.hpp"
 
 namespace commands = orvante::commands;
 using V = orvante::Value;

@@ -1,10 +1,10 @@
 // Label layout and print: the builders of size, media, clear, barcode,
 // printer-font text, print, form feed and tear-off lines.
 
-#include "../session/internals.hpp"
-#include "../session/link.hpp"
+#include "internals.hpp"
+#include "link.hpp"
 #include <orvante/commands.hpp>
-#include "text_encoding.hpp"
+#include "../commands/text_encoding.hpp"
 
 using orvante::TextEncoding;
 using V = orvante::Value;

@@ -5,10 +5,10 @@
 #include <cstdio>
 #include <fstream>
 
-#include "../session/internals.hpp"
-#include "../session/link.hpp"
+#include "internals.hpp"
+#include "link.hpp"
 #include <orvante/commands.hpp>
-#include "text_encoding.hpp"
+#include "../commands/text_encoding.hpp"
 
 using orvante::Bytes;
 using orvante::ByteView;

@@ -5,7 +5,7 @@
 
 #include <orvante/session.hpp>
 
-#include "../session/internals.hpp"
+#include "internals.hpp"
 
 namespace {
 

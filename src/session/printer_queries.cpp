@@ -2,10 +2,10 @@
 // printer sent it. Over TCP and the accessory link the reply is read until
 // silence; over BLE it accumulates by notification until it settles.
 
-#include "../session/internals.hpp"
-#include "../session/link.hpp"
+#include "internals.hpp"
+#include "link.hpp"
 #include <orvante/commands.hpp>
-#include "text_encoding.hpp"
+#include "../commands/text_encoding.hpp"
 
 using orvante::Bytes;
 using orvante::ByteView;

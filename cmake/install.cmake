@@ -18,6 +18,11 @@ install(EXPORT orvanteTargets
   NAMESPACE orvante::
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/orvante)
 
+if(BUILD_SHARED_LIBS)
+  set(ORVANTE_STATIC_INSTALL FALSE)
+else()
+  set(ORVANTE_STATIC_INSTALL TRUE)
+endif()
 configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/orvanteConfig.cmake.in
   ${PROJECT_BINARY_DIR}/orvanteConfig.cmake
   INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/orvante)

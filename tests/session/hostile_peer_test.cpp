@@ -12,6 +12,7 @@
 
 #include <atomic>
 #include <ctime>
+#include <fstream>
 #include <future>
 #include <thread>
 
@@ -50,10 +51,12 @@ double cpuWhileWaiting(std::chrono::milliseconds stretch) {
   return processCpuSeconds() - before;
 }
 
-// A printer that accepts each connection and closes it at once.
+// A printer that takes one connection at a time and closes it: at once,
+// or once it has read everything the other side sent (drain).
 class HangingUpPrinter {
  public:
-  HangingUpPrinter() : fd_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+  explicit HangingUpPrinter(bool drain = false)
+      : fd_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -62,11 +65,15 @@ class HangingUpPrinter {
     ::listen(fd_, 64);
     ::getsockname(fd_, reinterpret_cast<sockaddr*>(&address), &size);
     port_ = ntohs(address.sin_port);
-    thread_ = std::thread([this] {
+    thread_ = std::thread([this, drain] {
       for (;;) {
         const int client = ::accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC);
         if (client < 0) return;
+        char sink[4096];
+        while (drain && ::read(client, sink, sizeof sink) > 0) {
+        }
         ::close(client);
+        ++served_;
       }
     });
   }
@@ -76,12 +83,22 @@ class HangingUpPrinter {
     ::close(fd_);
   }
   int port() const { return port_; }
+  int served() const { return served_; }
 
  private:
   int fd_;
   int port_ = 0;
+  std::atomic<int> served_{0};
   std::thread thread_;
 };
+
+long residentKilobytes() {
+  std::ifstream status("/proc/self/status");
+  for (std::string line; std::getline(status, line);) {
+    if (line.rfind("VmRSS:", 0) == 0) return std::stol(line.substr(6));
+  }
+  return 0;
+}
 
 // Opens without the settling pause and waits for the error action.
 bool openAndFail(TestSession& session, const std::string& host, int port) {
@@ -239,4 +256,26 @@ TEST(HostilePeer, TheReplyBelongsToTheApplicationThatReadsIt) {
     ASSERT_EQ(session.sendcommandWithData(viewOf("~!T")), 1);
     EXPECT_EQ(textOf(session.readStream()), "VIRTUAL-1\r") << "trial " << trial;
   }
+}
+
+TEST(HostilePeer, OpenPrintCloseCyclesLeaveNothingBehind) {
+  Rig rig;
+  TestSession session(rig.platform());
+  HangingUpPrinter printer(true);
+  auto cycle = [&] {
+    ASSERT_EQ(session.openport_ethernet_delay("127.0.0.1", printer.port(), 0), 1);
+    session.printerfont(10, 10, "3", 0, 1, 1, "cycle");
+    session.printlabel(1, 1);
+    EXPECT_EQ(session.closeport_withtime(0), 1);
+  };
+  for (int warmUp = 0; warmUp < 10; ++warmUp) cycle();
+  ASSERT_TRUE(eventually([&] { return printer.served() == 10; }));
+  const auto descriptors = openDescriptors();
+  const auto threadCount = threads();
+  const auto resident = residentKilobytes();
+  for (int round = 0; round < 200; ++round) cycle();
+  ASSERT_TRUE(eventually([&] { return printer.served() == 210; }));
+  EXPECT_TRUE(eventually([&] { return threads() <= threadCount; })) << threads();
+  EXPECT_LE(openDescriptors(), descriptors + 2);
+  EXPECT_LT(residentKilobytes() - resident, 4 * 1024);
 }

@@ -470,19 +470,21 @@ class SocketCore : public std::enable_shared_from_this<SocketCore> {
     deliverPending();
 
     const int poller = poller_;
-    int socketFd;
-    {
-      std::shared_lock fdLock(fdMutex_);
-      socketFd = fd_;
-    }
-    epoll_event socketEvent{};
-    socketEvent.events = EPOLLIN | EPOLLOUT | EPOLLRDHUP | EPOLLET;
-    socketEvent.data.fd = socketFd;
     epoll_event wakeEvent{};
     wakeEvent.events = EPOLLIN;
     wakeEvent.data.fd = wakeFd_;
-    if (epoll_ctl(poller, EPOLL_CTL_ADD, socketFd, &socketEvent) != 0 ||
-        epoll_ctl(poller, EPOLL_CTL_ADD, wakeFd_, &wakeEvent) != 0) {
+    int added = epoll_ctl(poller, EPOLL_CTL_ADD, wakeFd_, &wakeEvent);
+    {
+      // Under the descriptor lock: a close on the caller's thread must not
+      // release the socket while it is being registered.
+      std::shared_lock fdLock(fdMutex_);
+      if (fd_ < 0) return;  // closed before the loop began
+      epoll_event socketEvent{};
+      socketEvent.events = EPOLLIN | EPOLLOUT | EPOLLRDHUP | EPOLLET;
+      socketEvent.data.fd = fd_;
+      if (added == 0) added = epoll_ctl(poller, EPOLL_CTL_ADD, fd_, &socketEvent);
+    }
+    if (added != 0) {
       fail(describeErrno(errno), kInput);
       deliverPending();
       return;

@@ -21,9 +21,6 @@ class Field {
     return value_;
   }
 
-  // A field that is also a published property reads like its getter.
-  T operator()() const { return load(); }
-
   // The old value is released after the lock is left, since releasing a
   // stream may close it.
   void store(T value) { T old = exchange(std::move(value)); }

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include <orvante/bytes.hpp>
-#include <orvante/field.hpp>
+#include <orvante/session_fields.hpp>
 #include <orvante/image.hpp>
 #include <orvante/pdf.hpp>
 #include <orvante/platform/platform.hpp>
@@ -19,29 +19,14 @@
 class ORVANTESDK;
 
 namespace orvante {
-
 struct LayoutRule;
-
-// `readStream` names both a published operation (the reply reader) and a
-// published field (the socket read handle). This member is both: call it to
-// read a reply; load() and store() it for the handle.
-class ReadStreamMember : public Field<std::shared_ptr<InputStream>> {
- public:
-  explicit ReadStreamMember(ORVANTESDK& session) : session_(session) {}
-  using Field::operator=;
-  Bytes operator()();
-
- private:
-  ORVANTESDK& session_;
-};
-
 }  // namespace orvante
 
 // The session hears its streams and its BLE central through private
 // adapters that call the plain methods below, so no callback ever
 // dispatches virtually on a session that is still being built or already
 // being destroyed.
-class ORVANTESDK {
+class ORVANTESDK : protected ORVANTESDKFields {
  public:
   // init: creates the BLE central on "myCentralQueue", then blocks 1.0 s.
   ORVANTESDK();
@@ -59,7 +44,10 @@ class ORVANTESDK {
   void timeout(const orvante::Value& sender);
   void thread_operation(orvante::ByteView data);
 
-  // Properties accessory, session and CM: the getters are the fields below.
+  // Properties accessory, session and CM.
+  std::shared_ptr<orvante::Accessory> accessory() const;
+  std::shared_ptr<orvante::AccessorySession> session() const;
+  std::shared_ptr<orvante::ble::Central> CM() const;
   void setAccessory(std::shared_ptr<orvante::Accessory> accessory);
   void setSession(std::shared_ptr<orvante::AccessorySession> session);
   void setCM(std::shared_ptr<orvante::ble::Central> central);
@@ -70,6 +58,11 @@ class ORVANTESDK {
   void ethernet_writeStream(orvante::ByteView data);
   std::int64_t mfi_writeStream(orvante::ByteView data);
   std::int32_t MFI_OutStream(orvante::ByteView data);
+  // The reply reader: the bytes read until 0.4 s pass with none waiting, in
+  // reads of at most 512 bytes; empty without a TCP or accessory link. (The
+  // published field of the same name, the socket read handle, is
+  // ORVANTESDKFields::readStream.)
+  orvante::Bytes readStream();
   // stream:handleEvent:
   void stream(orvante::Stream* stream, std::uint64_t eventCode);
 
@@ -302,62 +295,14 @@ class ORVANTESDK {
       const std::shared_ptr<orvante::ble::Characteristic>& characteristic,
       const orvante::ble::Error* error);
 
-  // --- Published fields that are also public ---------------------------------
-  // Field 3, the socket read handle, and the reply reader (see above).
-  orvante::ReadStreamMember readStream{*this};
-  // Field 6, property session: the open accessory session.
-  orvante::Field<std::shared_ptr<orvante::AccessorySession>> session;
-  // Field 7, property accessory: the accessory chosen by the last open.
-  orvante::Field<std::shared_ptr<orvante::Accessory>> accessory;
-  // Field 32, property CM: the BLE central manager.
-  orvante::Field<std::shared_ptr<orvante::ble::Central>> CM;
-
  protected:
-  // The published fields, in their published order. Integer flags are
-  // atomics and object fields are guarded, since the event threads and the
-  // BLE queue share them with the caller's thread.
-  orvante::Field<std::shared_ptr<orvante::InputStream>> iStream;   // 1
-  orvante::Field<std::shared_ptr<orvante::OutputStream>> oStream;  // 2
-  /* 3 readStream: public, above */
-  orvante::Field<std::shared_ptr<orvante::OutputStream>> writeStream;  // 4
-  orvante::Field<std::optional<orvante::Bytes>> stream_buffer;         // 5
-  /* 6 session, 7 accessory: public, above */
-  orvante::Field<std::optional<std::string>> _protocolString;  // 8
-  orvante::Field<std::optional<orvante::Bytes>> _writeData;    // 9
-  orvante::Field<std::optional<orvante::Bytes>> _readData;     // 10
-  orvante::Field<std::optional<orvante::Bytes>> _TestStream;   // 11
-  orvante::Field<std::optional<orvante::Bytes>> end;           // 12
-  orvante::Field<std::optional<std::string>> endCRLF;          // 13
-  std::atomic<bool> isAvailable{false};                        // 14
-  orvante::Field<std::optional<orvante::Bytes>> RecvBuffer;    // 15
-  std::atomic<std::int64_t> error{0};                          // 16
-  std::atomic<bool> IsXpico{false};                            // 17
-  orvante::Field<std::optional<std::vector<std::shared_ptr<orvante::ble::Peripheral>>>>
-      BLEDeviceList;                                                                    // 18
-  orvante::Field<std::shared_ptr<orvante::ble::Service>> cbService;                     // 19
-  orvante::Field<std::shared_ptr<orvante::ble::Peripheral>> connectPeripheral;          // 20
-  orvante::Field<std::shared_ptr<orvante::ble::Characteristic>> cbWirteCharacteristic;  // 21
-  orvante::Field<std::shared_ptr<orvante::ble::Characteristic>> cbReadCharacteristic;   // 22
-  std::atomic<std::int64_t> BLEPortEnable{0};                                           // 23
-  orvante::Field<std::optional<orvante::Bytes>> BLEReceivebuffer;                       // 24
-  std::atomic<std::int64_t> MFI_port{0};                                                // 25
-  std::atomic<std::int64_t> MFIPortEnable{0};                                           // 26
-  std::atomic<std::int64_t> EthernetPortEnable{0};                                      // 27
-  std::atomic<std::int64_t> receivejudge{0};                                            // 28
-  std::atomic<std::int64_t> sendjudge{0};                                               // 29
-  orvante::Field<std::optional<orvante::Bytes>> buffer;                                 // 30
-  orvante::Field<std::optional<std::string>> commandbuffer;                             // 31
-  /* 32 CM: public, above */
-
   // The platform services this session uses.
   const orvante::Platform& platform() const;
   void pause(double seconds);
 
  private:
-  friend class orvante::ReadStreamMember;
   struct Internals;
 
-  orvante::Bytes readReply();
   void drainUnclaimedReply();
   std::shared_ptr<orvante::InputStream> replySource();
   std::shared_ptr<orvante::OutputStream> accessoryOutput();

@@ -47,16 +47,16 @@ std::int64_t ORVANTESDK::openAccessory(const std::string& protocol,
   for (const auto& candidate : manager.connectedAccessories()) {
     const auto protocols = candidate->protocolStrings();
     if (std::find(protocols.begin(), protocols.end(), protocol) == protocols.end()) continue;
-    accessory = candidate;
+    ORVANTESDKFields::accessory = candidate;
     (void)candidate->name();
     break;
   }
   // An accessory stored by an earlier open is opened again, even when the
   // search found none this time.
-  auto chosen = accessory.load();
+  auto chosen = accessory();
   if (chosen && (!name || chosen->name() == *name)) {
     // A previous session is replaced without being closed.
-    if (auto previous = session.exchange(manager.openSession(chosen, protocol))) {
+    if (auto previous = ORVANTESDKFields::session.exchange(manager.openSession(chosen, protocol))) {
       keepAbandoned({previous->inputStream(), previous->outputStream()});
     }
     internals_->startThread([this] { openportMFI_thread(); });
@@ -94,7 +94,7 @@ std::int64_t ORVANTESDK::openportMFI_withname(const std::string& name, double de
 // events are then delivered by the stream pair's own event thread, so this
 // thread ends here instead of idling in a run loop for ever.
 void ORVANTESDK::openportMFI_thread() {
-  if (auto accessorySession = session.load()) {
+  if (auto accessorySession = session()) {
     for (const std::shared_ptr<orvante::Stream>& stream :
          {std::shared_ptr<orvante::Stream>(accessorySession->inputStream()),
           std::shared_ptr<orvante::Stream>(accessorySession->outputStream())}) {
@@ -112,6 +112,6 @@ void ORVANTESDK::searchMFI() {
 }
 
 std::optional<std::string> ORVANTESDK::BTMAC() {
-  auto chosen = accessory.load();
+  auto chosen = accessory();
   return chosen ? chosen->valueForKey(kMacAddress) : std::nullopt;
 }

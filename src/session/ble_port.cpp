@@ -47,16 +47,16 @@ std::vector<std::shared_ptr<ble::Peripheral>> ORVANTESDK::searchBLEDevice(std::i
 }
 
 void ORVANTESDK::BLE_StartScan() {
-  if (auto central = CM.load()) central->scanForPeripherals();
+  if (auto central = CM()) central->scanForPeripherals();
 }
 
 void ORVANTESDK::BLE_StopScan() {
-  if (auto central = CM.load()) central->stopScan();
+  if (auto central = CM()) central->stopScan();
 }
 
 std::int64_t ORVANTESDK::openport_ble(const std::shared_ptr<ble::Peripheral>& peripheral) {
   BLEPortEnable = 0;
-  if (auto central = CM.load(); central && peripheral) central->connect(peripheral);
+  if (auto central = CM(); central && peripheral) central->connect(peripheral);
   connectPeripheral = peripheral;
   log("Connect to " + describe(peripheral ? peripheral->name() : std::nullopt));
   // Waits until discovery sets the flag; no time limit, as published. The
@@ -76,7 +76,7 @@ std::int64_t ORVANTESDK::openport_ble(const std::shared_ptr<ble::Peripheral>& pe
 
 void ORVANTESDK::BLE_Connect(const std::shared_ptr<ble::Peripheral>& peripheral) {
   IsXpico = false;
-  if (auto central = CM.load(); central && peripheral) central->connect(peripheral);
+  if (auto central = CM(); central && peripheral) central->connect(peripheral);
   connectPeripheral = peripheral;
   log("Connect to " + describe(peripheral ? peripheral->name() : std::nullopt));
 }
@@ -88,7 +88,7 @@ void ORVANTESDK::BLE_Disconnect() {
     return;
   }
   if (peripheral->state() != ble::PeripheralState::Connected) return;
-  if (auto central = CM.load()) central->cancelPeripheralConnection(peripheral);
+  if (auto central = CM()) central->cancelPeripheralConnection(peripheral);
   log("disconnect-1");
 }
 

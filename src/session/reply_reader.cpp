@@ -14,14 +14,10 @@ constexpr std::size_t kReadBlock = 512;
 
 }  // namespace
 
-orvante::Bytes orvante::ReadStreamMember::operator()() {
-  return session_.readReply();
-}
-
 std::shared_ptr<orvante::InputStream> ORVANTESDK::replySource() {
   if (EthernetPortEnable == 1) return iStream.load();
   if (MFI_port == 1) {
-    auto accessorySession = session.load();
+    auto accessorySession = session();
     return accessorySession ? accessorySession->inputStream() : nullptr;
   }
   return nullptr;
@@ -30,7 +26,7 @@ std::shared_ptr<orvante::InputStream> ORVANTESDK::replySource() {
 // A reply is complete when one read pause passes with no byte waiting. The
 // caller of the reader waits for a reply, so the reply is its own: it
 // claims the link's bytes from the event handler for as long as it reads.
-Bytes ORVANTESDK::readReply() {
+Bytes ORVANTESDK::readStream() {
   Internals::ReplyClaim claim(*internals_);
   _readData = Bytes{};
   const bool linked = EthernetPortEnable == 1 || MFI_port == 1;

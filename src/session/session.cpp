@@ -31,7 +31,7 @@ ORVANTESDK::ORVANTESDK() : ORVANTESDK(orvante::Platform::system()) {}
 
 ORVANTESDK::ORVANTESDK(orvante::Platform platform)
     : internals_(std::make_unique<Internals>(*this, complete(std::move(platform)))) {
-  CM = internals_->platform.ble->makeCentral(internals_->delegates, "myCentralQueue");
+  ORVANTESDKFields::CM = internals_->platform.ble->makeCentral(internals_->delegates, "myCentralQueue");
   pause(1.0);
 }
 
@@ -43,7 +43,7 @@ ORVANTESDK::~ORVANTESDK() {
 // After this no thread of the library calls into the session again.
 void ORVANTESDK::detachEverything() {
   internals_->destroying = true;
-  if (auto central = CM.load()) central->setDelegate(nullptr);
+  if (auto central = CM()) central->setDelegate(nullptr);
   if (auto peripheral = connectPeripheral.load()) peripheral->setDelegate(nullptr);
 
   auto release = [](const std::shared_ptr<orvante::Stream>& stream) {
@@ -53,9 +53,9 @@ void ORVANTESDK::detachEverything() {
   };
   release(iStream.exchange(nullptr));
   release(oStream.exchange(nullptr));
-  release(readStream.exchange(nullptr));
+  release(ORVANTESDKFields::readStream.exchange(nullptr));
   release(writeStream.exchange(nullptr));
-  if (auto accessorySession = session.exchange(nullptr)) {
+  if (auto accessorySession = ORVANTESDKFields::session.exchange(nullptr)) {
     release(accessorySession->inputStream());
     release(accessorySession->outputStream());
   }
@@ -99,7 +99,7 @@ void ORVANTESDK::keepAbandoned(orvante::StreamPair streams) {
 }
 
 std::shared_ptr<orvante::OutputStream> ORVANTESDK::accessoryOutput() {
-  auto accessorySession = session.load();
+  auto accessorySession = session();
   return accessorySession ? accessorySession->outputStream() : nullptr;
 }
 
@@ -115,7 +115,7 @@ std::int32_t ORVANTESDK::stream_status() {
     return static_cast<std::int32_t>(output->streamStatus());
   }
   if (BLEPortEnable == 1) {
-    auto central = CM.load();
+    auto central = CM();
     const auto state = central ? central->state() : orvante::ble::CentralState::Unknown;
     if (state == orvante::ble::CentralState::PoweredOn) return 2;
     if (state == orvante::ble::CentralState::PoweredOff) return 0;
@@ -147,14 +147,26 @@ void ORVANTESDK::thread_operation(ByteView data) {
   }
 }
 
+std::shared_ptr<orvante::Accessory> ORVANTESDK::accessory() const {
+  return ORVANTESDKFields::accessory.load();
+}
+
+std::shared_ptr<orvante::AccessorySession> ORVANTESDK::session() const {
+  return ORVANTESDKFields::session.load();
+}
+
+std::shared_ptr<orvante::ble::Central> ORVANTESDK::CM() const {
+  return ORVANTESDKFields::CM.load();
+}
+
 void ORVANTESDK::setAccessory(std::shared_ptr<orvante::Accessory> value) {
-  accessory = std::move(value);
+  ORVANTESDKFields::accessory = std::move(value);
 }
 
 void ORVANTESDK::setSession(std::shared_ptr<orvante::AccessorySession> value) {
-  session = std::move(value);
+  ORVANTESDKFields::session = std::move(value);
 }
 
 void ORVANTESDK::setCM(std::shared_ptr<orvante::ble::Central> value) {
-  CM = std::move(value);
+  ORVANTESDKFields::CM = std::move(value);
 }

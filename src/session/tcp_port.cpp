@@ -40,7 +40,7 @@ std::int64_t ORVANTESDK::openport_ethernet_delay(const std::string& host, std::i
   // The previous streams are dropped without being closed.
   keepAbandoned({iStream.exchange(nullptr), oStream.exchange(nullptr)});
   auto pair = platform().streams->createPairWithSocketToHost(host, port);
-  readStream = pair.input;
+  ORVANTESDKFields::readStream = pair.input;
   writeStream = pair.output;
   if (!pair.input || !pair.output) return -1;
   iStream = pair.input;
@@ -73,7 +73,7 @@ std::int64_t ORVANTESDK::openport(const std::string& host) {
 // pair's own event thread, so this thread ends once the streams are open.
 void ORVANTESDK::openport_thread(const std::string& host) {
   auto pair = platform().streams->createPairWithSocketToHost(host, kDefaultPort);
-  readStream = pair.input;
+  ORVANTESDKFields::readStream = pair.input;
   writeStream = pair.output;
   keepAbandoned({iStream.exchange(pair.input), oStream.exchange(pair.output)});
   startTcpStreams(pair);
@@ -112,7 +112,7 @@ void ORVANTESDK::releaseFailedTcpStreams() {
   if (!orvante::isDead({input, output})) return;
   iStream = nullptr;
   oStream = nullptr;
-  if (readStream.load() == input) readStream = nullptr;
+  if (ORVANTESDKFields::readStream.load() == input) ORVANTESDKFields::readStream = nullptr;
   if (writeStream.load() == output) writeStream = nullptr;
 }
 
@@ -146,7 +146,7 @@ std::int64_t ORVANTESDK::closeLink(std::optional<double> delayBefore, bool disco
     if (auto output = oStream.load()) output->close();
     iStream = nullptr;
     oStream = nullptr;
-    readStream = nullptr;
+    ORVANTESDKFields::readStream = nullptr;
     writeStream = nullptr;
     if (!settle) EthernetPortEnable = 0;
     return 1;
@@ -162,7 +162,7 @@ std::int64_t ORVANTESDK::closeLink(std::optional<double> delayBefore, bool disco
   MFI_port = 0;
   MFIPortEnable = 0;
   receivejudge = 0;
-  if (auto accessorySession = session.load()) {
+  if (auto accessorySession = session()) {
     const auto& input = accessorySession->inputStream();
     const auto& output = accessorySession->outputStream();
     if (output) output->removeFromRunLoop();
@@ -172,7 +172,7 @@ std::int64_t ORVANTESDK::closeLink(std::optional<double> delayBefore, bool disco
     if (input) input->setDelegate(nullptr);
     if (output) output->setDelegate(nullptr);
   }
-  session = nullptr;
+  ORVANTESDKFields::session = nullptr;
   _writeData = std::nullopt;
   _readData = std::nullopt;
   return 1;

@@ -170,7 +170,7 @@ TEST(HostilePeer, FailedOpensLeaveNoDescriptorOrThreadBehind) {
   EXPECT_TRUE(eventually([&] { return threads() <= threadCount; })) << threads();
   EXPECT_LE(openDescriptors(), descriptors + 2);
   EXPECT_EQ(session.iStream.load(), nullptr);
-  EXPECT_EQ(session.readStream.load(), nullptr);
+  EXPECT_EQ(session.readStreamHandle().load(), nullptr);
 }
 
 TEST(HostilePeer, OpensWithFewDescriptorsLeftFailInsteadOfHanging) {

@@ -21,7 +21,7 @@ TEST(SessionObject, FreshSessionHasNoLinkAfterItsOneSecondPause) {
   EXPECT_EQ(session.BLEPortEnable, 0);
   EXPECT_EQ(session.stream_status(), -1);
   EXPECT_NE(session.CM(), nullptr);
-  EXPECT_EQ(session.readStream.load(), nullptr);
+  EXPECT_EQ(session.readStreamHandle().load(), nullptr);
 }
 
 TEST(SessionObject, InitBlocksForOneSecondOfRealTime) {

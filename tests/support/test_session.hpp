@@ -26,35 +26,40 @@ using fakes::Timeline;
 
 class TestSession : public ORVANTESDK {
  public:
-  using ORVANTESDK::_protocolString;
-  using ORVANTESDK::_readData;
-  using ORVANTESDK::_TestStream;
-  using ORVANTESDK::_writeData;
-  using ORVANTESDK::BLEDeviceList;
-  using ORVANTESDK::BLEPortEnable;
-  using ORVANTESDK::BLEReceivebuffer;
-  using ORVANTESDK::buffer;
-  using ORVANTESDK::cbReadCharacteristic;
-  using ORVANTESDK::cbService;
-  using ORVANTESDK::cbWirteCharacteristic;
-  using ORVANTESDK::commandbuffer;
-  using ORVANTESDK::connectPeripheral;
-  using ORVANTESDK::end;
-  using ORVANTESDK::endCRLF;
-  using ORVANTESDK::error;
-  using ORVANTESDK::EthernetPortEnable;
-  using ORVANTESDK::isAvailable;
-  using ORVANTESDK::iStream;
-  using ORVANTESDK::IsXpico;
-  using ORVANTESDK::MFI_port;
-  using ORVANTESDK::MFIPortEnable;
+  using ORVANTESDKFields::_protocolString;
+  using ORVANTESDKFields::_readData;
+  using ORVANTESDKFields::_TestStream;
+  using ORVANTESDKFields::_writeData;
+  using ORVANTESDKFields::BLEDeviceList;
+  using ORVANTESDKFields::BLEPortEnable;
+  using ORVANTESDKFields::BLEReceivebuffer;
+  using ORVANTESDKFields::buffer;
+  using ORVANTESDKFields::cbReadCharacteristic;
+  using ORVANTESDKFields::cbService;
+  using ORVANTESDKFields::cbWirteCharacteristic;
+  using ORVANTESDKFields::commandbuffer;
+  using ORVANTESDKFields::connectPeripheral;
+  using ORVANTESDKFields::end;
+  using ORVANTESDKFields::endCRLF;
+  using ORVANTESDKFields::error;
+  using ORVANTESDKFields::EthernetPortEnable;
+  using ORVANTESDKFields::isAvailable;
+  using ORVANTESDKFields::iStream;
+  using ORVANTESDKFields::IsXpico;
+  using ORVANTESDKFields::MFI_port;
+  using ORVANTESDKFields::MFIPortEnable;
   using ORVANTESDK::ORVANTESDK;
-  using ORVANTESDK::oStream;
-  using ORVANTESDK::receivejudge;
-  using ORVANTESDK::RecvBuffer;
-  using ORVANTESDK::sendjudge;
-  using ORVANTESDK::stream_buffer;
-  using ORVANTESDK::writeStream;
+  using ORVANTESDKFields::oStream;
+  using ORVANTESDKFields::receivejudge;
+  using ORVANTESDKFields::RecvBuffer;
+  using ORVANTESDKFields::sendjudge;
+  using ORVANTESDKFields::stream_buffer;
+  using ORVANTESDKFields::writeStream;
+
+  // Field 3; its name is also the public reply reader.
+  orvante::Field<std::shared_ptr<InputStream>>& readStreamHandle() {
+    return ORVANTESDKFields::readStream;
+  }
 };
 
 // Fake services for one test: a timeline of pauses and writes, real TCP

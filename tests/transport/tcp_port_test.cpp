@@ -20,7 +20,7 @@ TEST(TcpPort, OpenSetsTheFlagAndSettlesForItsPause) {
   EXPECT_EQ(session.openport_ethernet("127.0.0.1", printer.port()), 1);
   EXPECT_EQ(rig.timeline->script(), "pause 1.5");
   EXPECT_EQ(session.EthernetPortEnable, 1);
-  EXPECT_EQ(session.readStream.load(), session.iStream.load());
+  EXPECT_EQ(session.readStreamHandle().load(), session.iStream.load());
   EXPECT_EQ(session.writeStream.load(), session.oStream.load());
   EXPECT_TRUE(eventually([&] { return session.stream_status() == 2; }));
   EXPECT_NE(printer.connection(), nullptr);
@@ -113,7 +113,7 @@ TEST(TcpPort, ClosePausesAndClearsTheFlagInThePublishedOrder) {
     EXPECT_EQ(session.EthernetPortEnable, 0);
     EXPECT_EQ(session.iStream.load(), nullptr);
     EXPECT_EQ(session.oStream.load(), nullptr);
-    EXPECT_EQ(session.readStream.load(), nullptr);
+    EXPECT_EQ(session.readStreamHandle().load(), nullptr);
     EXPECT_EQ(session.writeStream.load(), nullptr);
     EXPECT_TRUE(printer.connection()->waitForHangUp());
   }

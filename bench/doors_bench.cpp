@@ -18,7 +18,7 @@
 
 #include <orvante/orvante.hpp>
 
-#include "transport/fakes/loopback_printer.hpp"
+#include <orvante/testing/loopback_printer.hpp>
 
 namespace {
 
@@ -42,10 +42,10 @@ const orvante::Image& picture() {
   return image;
 }
 
-orvante::fakes::LoopbackPrinter& printer() {
+orvante::testing::LoopbackPrinter& printer() {
   // Answers the status query: ready.
-  static orvante::fakes::LoopbackPrinter peer(
-      [](orvante::fakes::PrinterPeer& peer, orvante::ByteView, orvante::ByteView all) {
+  static orvante::testing::LoopbackPrinter peer(
+      [](orvante::testing::PrinterPeer& peer, orvante::ByteView, orvante::ByteView all) {
         if (all.size() >= 3 && all[all.size() - 3] == 0x1B && all[all.size() - 2] == '!' &&
             all.back() == '?') {
           peer.send(orvante::Bytes{0x00});

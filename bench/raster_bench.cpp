@@ -14,7 +14,7 @@
 #include <orvante/orvante.hpp>
 
 #include "raster/raster_formats.hpp"
-#include "transport/fakes/loopback_printer.hpp"
+#include <orvante/testing/loopback_printer.hpp>
 
 namespace {
 
@@ -116,7 +116,7 @@ void encodeThroughC(benchmark::State& state, Bytes (*make)(std::size_t)) {
 void SendPicOfA4x6Label(benchmark::State& state) {
   const int width = static_cast<int>(state.range(0)), height = static_cast<int>(state.range(1));
   orvante::setLogSink([](std::string_view) {});
-  orvante::fakes::LoopbackPrinter printer;
+  orvante::testing::LoopbackPrinter printer;
   orvante::Platform platform = orvante::Platform::system();
   platform.clock = std::make_shared<NoPauses>();
   ORVANTESDK session(platform);

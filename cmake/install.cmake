@@ -1,7 +1,7 @@
 # Installs the library, its headers, a CMake package and a pkg-config file.
 include(CMakePackageConfigHelpers)
 
-set(orvante_installed orvante)
+set(orvante_installed orvante orvante_testing)
 set(ORVANTE_PC_LIBS "-lorvante")
 set(ORVANTE_PC_REQUIRES "cairo gdk-pixbuf-2.0 pangocairo pangoft2 fontconfig")
 if(TARGET orvante_pdf)

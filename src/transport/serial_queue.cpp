@@ -1,4 +1,4 @@
-#include "serial_queue.hpp"
+#include <orvante/platform/serial_queue.hpp>
 
 #include <pthread.h>
 

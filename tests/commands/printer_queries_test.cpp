@@ -83,7 +83,7 @@ TEST(PrinterQueries, WithoutALinkNothingIsSentAndStatusSaysMinusOne) {
 
 TEST(PrinterQueries, ALinkErrorWhileWaitingGivesTheErrorMarkerOnce) {
   for (const char* query : {"~!T", "\x1B!?"}) {
-    TcpRig tcp(kTenth, [query](fakes::PrinterPeer& peer, ByteView, ByteView all) {
+    TcpRig tcp(kTenth, [query](orvante::testing::PrinterPeer& peer, ByteView, ByteView all) {
       if (textOf(all).ends_with(query)) peer.reset();
     });
     auto& [rig, session, printer] = tcp;
@@ -134,7 +134,7 @@ TEST(PrinterQueries, OnBleTheReplySettlesInTheReceiveBuffer) {
   TestSession session(rig.platform());
   auto printer = openBle(session, rig);
   auto central = rig.radio->central();
-  printer->setResponder([](fakes::FakePeripheral& self, const ble::Uuid&, ByteView data) {
+  printer->setResponder([](orvante::testing::FakePeripheral& self, const ble::Uuid&, ByteView data) {
     if (textOf(data) == "~!T")
       self.notify("49535343-1E4D-4BD9-BA61-23C647249616", bytesOf("LP-2824\r"));
   });
@@ -154,7 +154,7 @@ TEST(PrinterQueries, OnASerialBridgeEachPassReadsTheReceiveCharacteristic) {
   ASSERT_TRUE(session.IsXpico);
   const ble::Uuid receive("49535343-1E4D-4BD9-BA61-23C647249616");
   printer->setReadsDrain(receive, true);
-  printer->setResponder([receive](fakes::FakePeripheral& self, const ble::Uuid&, ByteView) {
+  printer->setResponder([receive](orvante::testing::FakePeripheral& self, const ble::Uuid&, ByteView) {
     self.setValue(receive, Bytes{0x00});
   });
   auto central = rig.radio->central();

@@ -33,7 +33,7 @@ std::pair<std::string, std::chrono::milliseconds> failureOf(Call&& call) {
                        std::chrono::steady_clock::now() - start)};
 }
 
-fakes::PrinterPeer::Responder answers() {
+orvante::testing::PrinterPeer::Responder answers() {
   return answering({{"~!T", "VP-203\r"},
                     {"~!I", "850\r"},
                     {"~!@", "12.5\r"},

@@ -239,7 +239,7 @@ TEST(HostilePeer, AQuerySleepsWhileThePrinterIsSilent) {
 TEST(HostilePeer, OpeningBleSleepsWhileThePeripheralDoesNotAnswer) {
   Rig rig;
   TestSession session(rig.platform());
-  auto silent = fakes::FakePeripheral::printer("Silent");
+  auto silent = orvante::testing::FakePeripheral::printer("Silent");
   silent->setConnectable(false);
   rig.radio->addPeripheral(silent);
   auto opening = std::async(std::launch::async, [&] { return session.openport_ble(silent); });

@@ -22,7 +22,7 @@ inline void openTcp(TestSession& session, Rig& rig, LoopbackPrinter& printer) {
 // A test session whose TCP link is open to a loopback printer; tests take
 // its parts with `auto& [rig, session, printer] = tcp;`.
 struct TcpRig {
-  explicit TcpRig(double realFraction = 0, fakes::PrinterPeer::Responder responder = nullptr)
+  explicit TcpRig(double realFraction = 0, orvante::testing::PrinterPeer::Responder responder = nullptr)
       : rig(realFraction), session(rig.platform()), printer(std::move(responder)) {
     openTcp(session, rig, printer);
   }
@@ -35,7 +35,7 @@ struct TcpRig {
 // leaves it once its thread has run.
 inline std::shared_ptr<AccessorySession> openAccessorySession(Rig& rig) {
   auto printer =
-      std::make_shared<fakes::FakeAccessory>("Printer", std::vector<std::string>{kDataPath});
+      std::make_shared<orvante::testing::FakeAccessory>("Printer", std::vector<std::string>{kDataPath});
   auto accessorySession = rig.accessories->openSession(printer, kDataPath);
   accessorySession->inputStream()->open();
   accessorySession->outputStream()->open();
@@ -53,9 +53,9 @@ inline void openAccessory(TestSession& session, Rig& rig) {
 }
 
 // A printer on the BLE link, connected and discovered.
-inline std::shared_ptr<fakes::FakePeripheral> openBle(TestSession& session, Rig& rig,
+inline std::shared_ptr<orvante::testing::FakePeripheral> openBle(TestSession& session, Rig& rig,
                                                       std::string manufacturer = "Orvante Labs") {
-  auto printer = fakes::FakePeripheral::printer("BLE printer", std::move(manufacturer));
+  auto printer = orvante::testing::FakePeripheral::printer("BLE printer", std::move(manufacturer));
   rig.radio->addPeripheral(printer);
   EXPECT_EQ(session.openport_ble(printer), 1);
   rig.radio->central()->drain();
@@ -64,7 +64,7 @@ inline std::shared_ptr<fakes::FakePeripheral> openBle(TestSession& session, Rig&
 }
 
 // The bytes written to the BLE write characteristic, in order.
-inline Bytes bleBytes(const fakes::FakePeripheral& printer) {
+inline Bytes bleBytes(const orvante::testing::FakePeripheral& printer) {
   Bytes bytes;
   for (const auto& write : printer.writes())
     bytes.insert(bytes.end(), write.data.begin(), write.data.end());
@@ -73,9 +73,9 @@ inline Bytes bleBytes(const fakes::FakePeripheral& printer) {
 
 // A printer that answers each query it recognises at the end of what it
 // received so far.
-inline fakes::PrinterPeer::Responder answering(
+inline orvante::testing::PrinterPeer::Responder answering(
     std::vector<std::pair<std::string, std::string>> replies) {
-  return [replies](fakes::PrinterPeer& peer, ByteView, ByteView all) {
+  return [replies](orvante::testing::PrinterPeer& peer, ByteView, ByteView all) {
     const std::string text = textOf(all);
     for (const auto& [query, reply] : replies) {
       if (text.size() >= query.size() &&

@@ -8,21 +8,13 @@
 
 #include <orvante/orvante.hpp>
 
-#include "transport/fakes/fake_accessories.hpp"
-#include "transport/fakes/fake_ble.hpp"
-#include "transport/fakes/loopback_printer.hpp"
-#include "transport/fakes/recording.hpp"
+#include <orvante/testing/fake_accessories.hpp>
+#include <orvante/testing/fake_ble.hpp>
+#include <orvante/testing/loopback_printer.hpp>
+#include <orvante/testing/recording.hpp>
 #include "transport/socket_streams.hpp"
 
 namespace orvante::testing {
-
-using fakes::EventGate;
-using fakes::LoopbackPrinter;
-using fakes::RecordingClock;
-using fakes::RecordingStreamFactory;
-using fakes::refusedPort;
-using fakes::show;
-using fakes::Timeline;
 
 class TestSession : public ORVANTESDK {
  public:
@@ -70,8 +62,8 @@ struct Rig {
         clock(std::make_shared<RecordingClock>(timeline, realFraction)),
         streams(std::make_shared<RecordingStreamFactory>(
             std::make_shared<transport::SocketStreamFactory>(), timeline)),
-        accessories(std::make_shared<fakes::FakeAccessoryManager>()),
-        radio(std::make_shared<fakes::FakeBleRadio>()) {
+        accessories(std::make_shared<orvante::testing::FakeAccessoryManager>()),
+        radio(std::make_shared<orvante::testing::FakeBleRadio>()) {
     accessories->setStreamWrapper(
         [timeline = timeline](StreamPair pair) { return recordWrites(std::move(pair), timeline); });
   }
@@ -81,8 +73,8 @@ struct Rig {
   std::shared_ptr<Timeline> timeline;
   std::shared_ptr<RecordingClock> clock;
   std::shared_ptr<RecordingStreamFactory> streams;
-  std::shared_ptr<fakes::FakeAccessoryManager> accessories;
-  std::shared_ptr<fakes::FakeBleRadio> radio;
+  std::shared_ptr<orvante::testing::FakeAccessoryManager> accessories;
+  std::shared_ptr<orvante::testing::FakeBleRadio> radio;
 };
 
 // Polls a condition that another thread makes true.

@@ -15,10 +15,10 @@ namespace {
 // thread has run by the time the result is read.
 constexpr double kTenth = 0.1;
 
-std::shared_ptr<fakes::FakeAccessory> printerNamed(std::string name,
+std::shared_ptr<orvante::testing::FakeAccessory> printerNamed(std::string name,
                                                    std::string mac = "00:11:22:33:44:55",
                                                    std::string protocol = kDataPath) {
-  return std::make_shared<fakes::FakeAccessory>(
+  return std::make_shared<orvante::testing::FakeAccessory>(
       std::move(name), std::vector<std::string>{"com.example.other", std::move(protocol)},
       std::map<std::string, std::string>{{"macAddress", std::move(mac)}});
 }
@@ -56,7 +56,7 @@ TEST(AccessoryPort, WithNoPrinterTheVariantsDifferInWhenTheyRaiseTheFlag) {
 
 TEST(AccessoryPort, OpensTheFirstPrinterWithTheProtocolAndCarriesCommandsAndReplies) {
   Rig rig(kTenth);
-  rig.accessories->connect(std::make_shared<fakes::FakeAccessory>(
+  rig.accessories->connect(std::make_shared<orvante::testing::FakeAccessory>(
       "Scanner", std::vector<std::string>{"com.example.scanner"}));
   rig.accessories->connect(printerNamed("Printer A", "AA:AA"));
   rig.accessories->connect(printerNamed("Printer B", "BB:BB"));

@@ -14,7 +14,7 @@ namespace {
 const ble::Uuid kReceive("49535343-1E4D-4BD9-BA61-23C647249616");
 const ble::Uuid kWrite("49535343-8841-43F4-A8D4-ECBE34729BB3");
 
-std::vector<std::size_t> packetSizes(const fakes::FakePeripheral& printer) {
+std::vector<std::size_t> packetSizes(const orvante::testing::FakePeripheral& printer) {
   std::vector<std::size_t> sizes;
   for (const auto& write : printer.writes()) sizes.push_back(write.data.size());
   return sizes;
@@ -24,10 +24,10 @@ std::vector<std::size_t> packetSizes(const fakes::FakePeripheral& printer) {
 
 TEST(BlePort, AScanListsOnlyPeripheralsWithALocalName) {
   Rig rig;
-  auto named = fakes::FakePeripheral::printer("LP-2824 BLE");
-  auto unnamed = fakes::FakePeripheral::printer("hidden");
+  auto named = orvante::testing::FakePeripheral::printer("LP-2824 BLE");
+  auto unnamed = orvante::testing::FakePeripheral::printer("hidden");
   unnamed->setAdvertisedName(std::nullopt);
-  auto blank = fakes::FakePeripheral::printer("blank");
+  auto blank = orvante::testing::FakePeripheral::printer("blank");
   blank->setAdvertisedName("");
   for (const auto& p : {named, unnamed, blank}) rig.radio->addPeripheral(p);
   rig.radio->setAutoAdvertise(false);
@@ -59,7 +59,7 @@ TEST(BlePort, OpeningDiscoversTheSerialServiceAndLogsEachStep) {
   Rig rig;
   LogCapture log;
   TestSession session(rig.platform());
-  auto printer = fakes::FakePeripheral::printer("LP-2824 BLE");
+  auto printer = orvante::testing::FakePeripheral::printer("LP-2824 BLE");
   rig.radio->addPeripheral(printer);
   rig.timeline->clear();
   EXPECT_EQ(session.openport_ble(printer, 0.75), 1);
@@ -169,7 +169,7 @@ TEST(BlePort, DisconnectingLogsAndClearsTheFlag) {
   EXPECT_TRUE(log.has("connectPeripheral == NULL"));
 
   // A peripheral that is still connecting is left alone.
-  auto slow = fakes::FakePeripheral::printer("Slow");
+  auto slow = orvante::testing::FakePeripheral::printer("Slow");
   slow->setConnectable(false);
   rig.radio->addPeripheral(slow);
   session.BLE_Connect(slow);
@@ -180,7 +180,7 @@ TEST(BlePort, DisconnectingLogsAndClearsTheFlag) {
   // The printer going away in the middle of a message.
   auto printer = openBle(session, rig);
   printer->setResponder(
-      [](fakes::FakePeripheral& self, const ble::Uuid&, ByteView) { self.dropConnection(); });
+      [](orvante::testing::FakePeripheral& self, const ble::Uuid&, ByteView) { self.dropConnection(); });
   EXPECT_EQ(session.BLE_OutStream(pattern(100)), 1);
   ASSERT_TRUE(eventually([&] { return session.BLEPortEnable == 0; }));
   EXPECT_TRUE(log.has("disconnect-2"));
@@ -194,7 +194,7 @@ TEST(BlePort, FailuresAreLoggedAndLeaveTheLinkUnready) {
   LogCapture log;
   auto central = rig.radio->central();
 
-  auto noServices = fakes::FakePeripheral::printer("A");
+  auto noServices = orvante::testing::FakePeripheral::printer("A");
   noServices->setServiceDiscoveryError(ble::Error{1, "discovery failed"});
   rig.radio->addPeripheral(noServices);
   session.BLE_Connect(noServices);
@@ -202,7 +202,7 @@ TEST(BlePort, FailuresAreLoggedAndLeaveTheLinkUnready) {
   EXPECT_TRUE(log.has("Service discovery was unsuccessfull !\n"));
   EXPECT_EQ(session.BLEPortEnable, 0);
 
-  auto noCharacteristics = fakes::FakePeripheral::printer("B");
+  auto noCharacteristics = orvante::testing::FakePeripheral::printer("B");
   noCharacteristics->setCharacteristicDiscoveryError(ble::Error{2, "no characteristics"});
   rig.radio->addPeripheral(noCharacteristics);
   session.BLE_Connect(noCharacteristics);

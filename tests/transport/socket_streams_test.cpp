@@ -6,7 +6,7 @@
 #include <mutex>
 
 #include "test_session.hpp"
-#include "transport/fakes/loopback_printer.hpp"
+#include <orvante/testing/loopback_printer.hpp>
 
 using namespace orvante;
 using namespace orvante::testing;
@@ -92,7 +92,7 @@ TEST(SocketStreams, ARefusedConnectionEndsInTheErrorStatus) {
 TEST(SocketStreams, OneWriteTakesOnlyWhatTheLinkAccepts) {
   int ends[2];
   ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
-  fakes::PrinterPeer peer(ends[1]);
+  orvante::testing::PrinterPeer peer(ends[1]);
   peer.pauseReading(true);
   auto pair = transport::adoptSocketStreams(ends[0]);
   pair.output->open();

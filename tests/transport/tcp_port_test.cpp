@@ -129,7 +129,7 @@ TEST(TcpPort, CloseWithoutALinkFailsAtOnce) {
 
 TEST(TcpPort, CloseOnABleLinkDisconnectsItButReportsFailure) {
   Rig rig;
-  auto peripheral = fakes::FakePeripheral::printer("BLE printer");
+  auto peripheral = orvante::testing::FakePeripheral::printer("BLE printer");
   rig.radio->addPeripheral(peripheral);
   TestSession session(rig.platform());
   LogCapture log;

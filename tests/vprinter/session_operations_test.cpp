@@ -26,8 +26,8 @@ class EnginePrinter {
  public:
   EnginePrinter() : engine_(options()) {}
 
-  fakes::PrinterPeer::Responder responder() {
-    return [this](fakes::PrinterPeer& peer, ByteView fresh, ByteView) {
+  orvante::testing::PrinterPeer::Responder responder() {
+    return [this](orvante::testing::PrinterPeer& peer, ByteView fresh, ByteView) {
       Bytes replies;
       {
         std::lock_guard lock(mutex_);

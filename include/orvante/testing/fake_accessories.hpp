@@ -10,9 +10,9 @@
 
 #include <orvante/platform/accessory.hpp>
 
-#include "printer_peer.hpp"
+#include <orvante/testing/printer_peer.hpp>
 
-namespace orvante::fakes {
+namespace orvante::testing {
 
 class FakeAccessory final : public Accessory {
  public:
@@ -67,4 +67,4 @@ class FakeAccessoryManager final : public AccessoryManager {
   int pickerShown_ = 0;
 };
 
-}  // namespace orvante::fakes
+}  // namespace orvante::testing

@@ -1,4 +1,4 @@
-#include "loopback_printer.hpp"
+#include <orvante/testing/loopback_printer.hpp>
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -10,7 +10,7 @@
 #include <array>
 #include <stdexcept>
 
-namespace orvante::fakes {
+namespace orvante::testing {
 namespace {
 
 int listenOnLoopback(int* port) {
@@ -94,4 +94,4 @@ int refusedPort() {
   return port;
 }
 
-}  // namespace orvante::fakes
+}  // namespace orvante::testing

@@ -1,9 +1,9 @@
-#include "recording.hpp"
+#include <orvante/testing/recording.hpp>
 
 #include <cstdio>
 #include <sstream>
 
-namespace orvante::fakes {
+namespace orvante::testing {
 
 void Timeline::add(Step step) {
   std::lock_guard lock(mutex_);
@@ -231,4 +231,4 @@ std::vector<std::pair<std::string, std::int32_t>> RecordingStreamFactory::reques
   return requests_;
 }
 
-}  // namespace orvante::fakes
+}  // namespace orvante::testing

@@ -1,9 +1,9 @@
-#include "fake_ble.hpp"
+#include <orvante/testing/fake_ble.hpp>
 
 #include <atomic>
 #include <cstdio>
 
-namespace orvante::fakes {
+namespace orvante::testing {
 namespace {
 
 const ble::Uuid kDeviceInformation("180A");
@@ -470,4 +470,4 @@ std::shared_ptr<ble::Central> FakeBleRadio::makeCentral(ble::CentralDelegate& de
   return central;
 }
 
-}  // namespace orvante::fakes
+}  // namespace orvante::testing

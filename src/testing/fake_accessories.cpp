@@ -1,12 +1,12 @@
-#include "fake_accessories.hpp"
+#include <orvante/testing/fake_accessories.hpp>
 
 #include <sys/socket.h>
 
 #include <algorithm>
 
-#include "../socket_streams.hpp"
+#include "../transport/socket_streams.hpp"
 
-namespace orvante::fakes {
+namespace orvante::testing {
 
 void FakeAccessoryManager::connect(std::shared_ptr<Accessory> accessory) {
   std::lock_guard lock(mutex_);
@@ -83,4 +83,4 @@ void FakeAccessoryManager::showBluetoothAccessoryPicker() {
   ++pickerShown_;
 }
 
-}  // namespace orvante::fakes
+}  // namespace orvante::testing

@@ -9,9 +9,9 @@
 #include <thread>
 #include <vector>
 
-#include "printer_peer.hpp"
+#include <orvante/testing/printer_peer.hpp>
 
-namespace orvante::fakes {
+namespace orvante::testing {
 
 class LoopbackPrinter {
  public:
@@ -44,4 +44,4 @@ class LoopbackPrinter {
 // A port on the loopback interface where nothing listens.
 int refusedPort();
 
-}  // namespace orvante::fakes
+}  // namespace orvante::testing

@@ -13,9 +13,9 @@
 
 #include <orvante/platform/ble.hpp>
 
-#include "../serial_queue.hpp"
+#include <orvante/platform/serial_queue.hpp>
 
-namespace orvante::fakes {
+namespace orvante::testing {
 
 class FakeCentral;
 
@@ -201,4 +201,4 @@ class FakeBleRadio final : public ble::CentralFactory {
   std::weak_ptr<FakeCentral> central_;
 };
 
-}  // namespace orvante::fakes
+}  // namespace orvante::testing

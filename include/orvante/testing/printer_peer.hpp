@@ -11,7 +11,7 @@
 
 #include <orvante/bytes.hpp>
 
-namespace orvante::fakes {
+namespace orvante::testing {
 
 class PrinterPeer {
  public:
@@ -71,4 +71,4 @@ class PrinterPeer {
   std::thread thread_;
 };
 
-}  // namespace orvante::fakes
+}  // namespace orvante::testing

@@ -16,7 +16,7 @@
 #include <orvante/platform/clock.hpp>
 #include <orvante/platform/stream.hpp>
 
-namespace orvante::fakes {
+namespace orvante::testing {
 
 struct Step {
   enum class Kind { Pause, Write } kind;
@@ -106,4 +106,4 @@ class RecordingStreamFactory final : public StreamFactory {
   std::shared_ptr<EventGate> gate_;
 };
 
-}  // namespace orvante::fakes
+}  // namespace orvante::testing

@@ -1,4 +1,4 @@
-#include "printer_peer.hpp"
+#include <orvante/testing/printer_peer.hpp>
 
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -8,7 +8,7 @@
 #include <algorithm>
 #include <array>
 
-namespace orvante::fakes {
+namespace orvante::testing {
 
 PrinterPeer::PrinterPeer(int fd, Responder responder)
     : fd_(fd), wakeFd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), responder_(std::move(responder)) {
@@ -178,4 +178,4 @@ void PrinterPeer::run() {
   }
 }
 
-}  // namespace orvante::fakes
+}  // namespace orvante::testing

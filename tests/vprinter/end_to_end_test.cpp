@@ -8,7 +8,9 @@
 #include <signal.h>
 #include <spawn.h>
 #include <sys/socket.h>
+#include <poll.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <cairo.h>
@@ -107,3 +109,37 @@ TEST(EndToEnd, ConnectionDropsAfterTheBytesAsked) {
 }
 
 }  // namespace
+
+TEST(EndToEnd, APseudoTerminalIsASerialPrinter) {
+  PrinterProcess printer({"--pty"});
+  std::string path;
+  ASSERT_TRUE(eventuallyTrue([&] {
+    const std::string out = printer.printed();
+    const auto at = out.find("pty ");
+    if (at == std::string::npos || out.find('\n', at) == std::string::npos) return false;
+    path = out.substr(at + 4, out.find('\n', at) - at - 4);
+    return true;
+  }));
+  const int serial = ::open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+  ASSERT_GE(serial, 0) << path;
+  termios raw{};
+  ASSERT_EQ(tcgetattr(serial, &raw), 0);
+  cfmakeraw(&raw);
+  ASSERT_EQ(tcsetattr(serial, TCSANOW, &raw), 0);
+  const std::string label = "SIZE 20 mm,10 mm\r\nCLS\r\nBAR 8,8,40,20\r\nPRINT 1\r\n~!T";
+  ASSERT_EQ(::write(serial, label.data(), label.size()), static_cast<ssize_t>(label.size()));
+  // The name query is answered on the same line.
+  std::string reply;
+  ASSERT_TRUE(eventuallyTrue([&] {
+    char buffer[64];
+    pollfd ready{serial, POLLIN, 0};
+    if (::poll(&ready, 1, 10) == 1) {
+      const auto count = ::read(serial, buffer, sizeof buffer);
+      if (count > 0) reply.append(buffer, static_cast<std::size_t>(count));
+    }
+    return reply == "ORVANTE VP-1\r";
+  })) << reply;
+  ASSERT_TRUE(eventuallyTrue([&] { return fs::exists(printer.labels() / "label-0001.png"); }));
+  EXPECT_EQ(pngDot(printer.labels() / "label-0001.png", 20, 20), 0u);
+  ::close(serial);
+}

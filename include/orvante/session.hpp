@@ -10,10 +10,10 @@
 #include <vector>
 
 #include <orvante/bytes.hpp>
-#include <orvante/session_fields.hpp>
 #include <orvante/image.hpp>
 #include <orvante/pdf.hpp>
 #include <orvante/platform/platform.hpp>
+#include <orvante/session_fields.hpp>
 #include <orvante/value.hpp>
 
 class ORVANTESDK;
@@ -76,45 +76,68 @@ class ORVANTESDK : protected ORVANTESDKFields {
   std::int64_t closeport_withtime(double delay);
 
   // --- Label layout and print ----------------------------------------------
-  using V = orvante::Value;
-  std::int64_t setup(const V& width, const V& height, const V& speed, const V& density,
-                     const V& sensor, const V& vertical, const V& offset);
-  std::int64_t setupForWidth(const V& width, const V& height, const V& speed, const V& density,
-                             const V& sensor, const V& vertical, const V& offset, double delay);
+  std::int64_t setup(const orvante::Value& width, const orvante::Value& height,
+                     const orvante::Value& speed, const orvante::Value& density,
+                     const orvante::Value& sensor, const orvante::Value& vertical,
+                     const orvante::Value& offset);
+  std::int64_t setupForWidth(const orvante::Value& width, const orvante::Value& height,
+                             const orvante::Value& speed, const orvante::Value& density,
+                             const orvante::Value& sensor, const orvante::Value& vertical,
+                             const orvante::Value& offset, double delay);
   std::int64_t clearbuffer();
   std::int64_t clearBuffer(double delay);
-  std::int64_t barcode(const V& x, const V& y, const V& barcodeType, const V& height,
-                       const V& readable, const V& rotation, const V& narrow, const V& wide,
-                       const V& code);
-  std::int64_t barcodeFromX(const V& x, const V& y, const V& barcodeType, const V& height,
-                            const V& readable, const V& rotation, const V& narrow, const V& wide,
-                            const V& code, double delay);
-  std::int64_t printerfont(const V& x, const V& y, const V& fontName, const V& rotation,
-                           const V& magnificationRateX, const V& magnificationRateY,
-                           const V& content);
-  std::int64_t printerfontFromX(const V& x, const V& y, const V& fontName, const V& rotation,
-                                const V& magnificationRateX, const V& magnificationRateY,
-                                const V& content, double delay);
-  std::int64_t printerfont_GB2321(const V& x, const V& y, const V& fontName, const V& rotation,
-                                  const V& magnificationRateX, const V& magnificationRateY,
-                                  const V& content);
-  std::int64_t printerfont_GB2321(const V& x, const V& y, const V& fontName, const V& rotation,
-                                  const V& magnificationRateX, const V& magnificationRateY,
-                                  const V& content, double delay);
-  std::int64_t printerfont_BIG5(const V& x, const V& y, const V& fontName, const V& rotation,
-                                const V& magnificationRateX, const V& magnificationRateY,
-                                const V& content);
-  std::int64_t printerfont_BIG5(const V& x, const V& y, const V& fontName, const V& rotation,
-                                const V& magnificationRateX, const V& magnificationRateY,
-                                const V& content, double delay);
-  std::int64_t printerfont_UTF8(const V& x, const V& y, const V& fontName, const V& rotation,
-                                const V& magnificationRateX, const V& magnificationRateY,
-                                const V& content);
-  std::int64_t printerfont_UTF8(const V& x, const V& y, const V& fontName, const V& rotation,
-                                const V& magnificationRateX, const V& magnificationRateY,
-                                const V& content, double delay);
-  std::int64_t printlabel(const V& sets, const V& copies);
-  std::int64_t printLabelWithNumberOfSets(const V& sets, const V& copies, double delay);
+  std::int64_t barcode(const orvante::Value& x, const orvante::Value& y,
+                       const orvante::Value& barcodeType, const orvante::Value& height,
+                       const orvante::Value& readable, const orvante::Value& rotation,
+                       const orvante::Value& narrow, const orvante::Value& wide,
+                       const orvante::Value& code);
+  std::int64_t barcodeFromX(const orvante::Value& x, const orvante::Value& y,
+                            const orvante::Value& barcodeType, const orvante::Value& height,
+                            const orvante::Value& readable, const orvante::Value& rotation,
+                            const orvante::Value& narrow, const orvante::Value& wide,
+                            const orvante::Value& code, double delay);
+  std::int64_t printerfont(const orvante::Value& x, const orvante::Value& y,
+                           const orvante::Value& fontName, const orvante::Value& rotation,
+                           const orvante::Value& magnificationRateX,
+                           const orvante::Value& magnificationRateY, const orvante::Value& content);
+  std::int64_t printerfontFromX(const orvante::Value& x, const orvante::Value& y,
+                                const orvante::Value& fontName, const orvante::Value& rotation,
+                                const orvante::Value& magnificationRateX,
+                                const orvante::Value& magnificationRateY,
+                                const orvante::Value& content, double delay);
+  std::int64_t printerfont_GB2321(const orvante::Value& x, const orvante::Value& y,
+                                  const orvante::Value& fontName, const orvante::Value& rotation,
+                                  const orvante::Value& magnificationRateX,
+                                  const orvante::Value& magnificationRateY,
+                                  const orvante::Value& content);
+  std::int64_t printerfont_GB2321(const orvante::Value& x, const orvante::Value& y,
+                                  const orvante::Value& fontName, const orvante::Value& rotation,
+                                  const orvante::Value& magnificationRateX,
+                                  const orvante::Value& magnificationRateY,
+                                  const orvante::Value& content, double delay);
+  std::int64_t printerfont_BIG5(const orvante::Value& x, const orvante::Value& y,
+                                const orvante::Value& fontName, const orvante::Value& rotation,
+                                const orvante::Value& magnificationRateX,
+                                const orvante::Value& magnificationRateY,
+                                const orvante::Value& content);
+  std::int64_t printerfont_BIG5(const orvante::Value& x, const orvante::Value& y,
+                                const orvante::Value& fontName, const orvante::Value& rotation,
+                                const orvante::Value& magnificationRateX,
+                                const orvante::Value& magnificationRateY,
+                                const orvante::Value& content, double delay);
+  std::int64_t printerfont_UTF8(const orvante::Value& x, const orvante::Value& y,
+                                const orvante::Value& fontName, const orvante::Value& rotation,
+                                const orvante::Value& magnificationRateX,
+                                const orvante::Value& magnificationRateY,
+                                const orvante::Value& content);
+  std::int64_t printerfont_UTF8(const orvante::Value& x, const orvante::Value& y,
+                                const orvante::Value& fontName, const orvante::Value& rotation,
+                                const orvante::Value& magnificationRateX,
+                                const orvante::Value& magnificationRateY,
+                                const orvante::Value& content, double delay);
+  std::int64_t printlabel(const orvante::Value& sets, const orvante::Value& copies);
+  std::int64_t printLabelWithNumberOfSets(const orvante::Value& sets, const orvante::Value& copies,
+                                          double delay);
   std::int64_t formfeed();
   std::int64_t formfeed(double delay);
   std::int64_t nobackfeed();
@@ -153,10 +176,12 @@ class ORVANTESDK : protected ORVANTESDKFields {
                             const std::string& gateway);
   // Raises std::out_of_range when the reply cannot be cut.
   std::string smartbattery_status(std::int64_t selector);
-  std::int64_t rfidRead(const V& tagType, const V& format, const V& startBlock,
-                        const V& readDataSize, const V& memoryBank);
-  std::int64_t rfidWrite(const V& tagType, const V& format, const V& startBlock,
-                         const V& readDataSize, const V& memoryBank, const V& data);
+  std::int64_t rfidRead(const orvante::Value& tagType, const orvante::Value& format,
+                        const orvante::Value& startBlock, const orvante::Value& readDataSize,
+                        const orvante::Value& memoryBank);
+  std::int64_t rfidWrite(const orvante::Value& tagType, const orvante::Value& format,
+                         const orvante::Value& startBlock, const orvante::Value& readDataSize,
+                         const orvante::Value& memoryBank, const orvante::Value& data);
   std::int64_t rfidDetect();
   std::optional<std::string> rfidGetReadData();
 
@@ -235,10 +260,10 @@ class ORVANTESDK : protected ORVANTESDKFields {
   std::int64_t printPDFbyPath_Resize(const std::string& path, std::int32_t x, std::int32_t y,
                                      std::int32_t width, std::int32_t height,
                                      std::int32_t printer_dpi, std::int32_t page_index);
-  std::int64_t printPDFbyFile(const orvante::PdfDocument& document, std::int32_t x,
-                              std::int32_t y, std::int32_t printer_dpi);
-  std::int64_t printPDFbyFile(const orvante::PdfDocument& document, std::int32_t x,
-                              std::int32_t y, std::int32_t printer_dpi, std::int32_t page_index);
+  std::int64_t printPDFbyFile(const orvante::PdfDocument& document, std::int32_t x, std::int32_t y,
+                              std::int32_t printer_dpi);
+  std::int64_t printPDFbyFile(const orvante::PdfDocument& document, std::int32_t x, std::int32_t y,
+                              std::int32_t printer_dpi, std::int32_t page_index);
   std::int64_t printPDFbyFile_Resize(const orvante::PdfDocument& document, std::int32_t x,
                                      std::int32_t y, std::int32_t width, std::int32_t height,
                                      std::int32_t printer_dpi);

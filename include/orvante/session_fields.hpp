@@ -29,23 +29,23 @@ class ORVANTESDKFields {
   ORVANTESDKFields(const ORVANTESDKFields&) = delete;
   ORVANTESDKFields& operator=(const ORVANTESDKFields&) = delete;
 
-  orvante::Field<std::shared_ptr<orvante::InputStream>> iStream;        // 1
-  orvante::Field<std::shared_ptr<orvante::OutputStream>> oStream;       // 2
-  orvante::Field<std::shared_ptr<orvante::InputStream>> readStream;     // 3
-  orvante::Field<std::shared_ptr<orvante::OutputStream>> writeStream;   // 4
-  orvante::Field<std::optional<orvante::Bytes>> stream_buffer;          // 5
-  orvante::Field<std::shared_ptr<orvante::AccessorySession>> session;   // 6
-  orvante::Field<std::shared_ptr<orvante::Accessory>> accessory;        // 7
-  orvante::Field<std::optional<std::string>> _protocolString;           // 8
-  orvante::Field<std::optional<orvante::Bytes>> _writeData;             // 9
-  orvante::Field<std::optional<orvante::Bytes>> _readData;              // 10
-  orvante::Field<std::optional<orvante::Bytes>> _TestStream;            // 11
-  orvante::Field<std::optional<orvante::Bytes>> end;                    // 12
-  orvante::Field<std::optional<std::string>> endCRLF;                   // 13
-  std::atomic<bool> isAvailable{false};                                 // 14
-  orvante::Field<std::optional<orvante::Bytes>> RecvBuffer;             // 15
-  std::atomic<std::int64_t> error{0};                                   // 16
-  std::atomic<bool> IsXpico{false};                                     // 17
+  orvante::Field<std::shared_ptr<orvante::InputStream>> iStream;       // 1
+  orvante::Field<std::shared_ptr<orvante::OutputStream>> oStream;      // 2
+  orvante::Field<std::shared_ptr<orvante::InputStream>> readStream;    // 3
+  orvante::Field<std::shared_ptr<orvante::OutputStream>> writeStream;  // 4
+  orvante::Field<std::optional<orvante::Bytes>> stream_buffer;         // 5
+  orvante::Field<std::shared_ptr<orvante::AccessorySession>> session;  // 6
+  orvante::Field<std::shared_ptr<orvante::Accessory>> accessory;       // 7
+  orvante::Field<std::optional<std::string>> _protocolString;          // 8
+  orvante::Field<std::optional<orvante::Bytes>> _writeData;            // 9
+  orvante::Field<std::optional<orvante::Bytes>> _readData;             // 10
+  orvante::Field<std::optional<orvante::Bytes>> _TestStream;           // 11
+  orvante::Field<std::optional<orvante::Bytes>> end;                   // 12
+  orvante::Field<std::optional<std::string>> endCRLF;                  // 13
+  std::atomic<bool> isAvailable{false};                                // 14
+  orvante::Field<std::optional<orvante::Bytes>> RecvBuffer;            // 15
+  std::atomic<std::int64_t> error{0};                                  // 16
+  std::atomic<bool> IsXpico{false};                                    // 17
   orvante::Field<std::optional<std::vector<std::shared_ptr<orvante::ble::Peripheral>>>>
       BLEDeviceList;                                                                    // 18
   orvante::Field<std::shared_ptr<orvante::ble::Service>> cbService;                     // 19

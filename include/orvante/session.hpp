@@ -343,6 +343,8 @@ class ORVANTESDK : protected ORVANTESDKFields {
   // The link that output takes: the first flag that is exactly 1.
   enum class Link : int;
   Link currentLink() const;
+  // Whether the current link replies through streams (TCP or accessory).
+  bool readsStreams() const;
   std::int64_t sendRawText(orvante::ByteView bytes);
   // Sends by the builders' rule; returns the link the bytes went to.
   Link sendBuilderBytes(orvante::ByteView bytes);

@@ -6,3 +6,8 @@ ORVANTESDK::Link ORVANTESDK::currentLink() const {
   if (BLEPortEnable == 1) return Link::Ble;
   return Link::None;
 }
+
+bool ORVANTESDK::readsStreams() const {
+  const auto link = currentLink();
+  return link == Link::Tcp || link == Link::Accessory;
+}

@@ -6,6 +6,7 @@
 #include <orvante/session.hpp>
 
 #include "internals.hpp"
+#include "link.hpp"
 
 using orvante::Bytes;
 using orvante::ByteView;
@@ -19,13 +20,19 @@ constexpr double kWritePause = 0.1;
 
 void ORVANTESDK::_printWithStream(const std::shared_ptr<orvante::OutputStream>& stream,
                                   ByteView message) {
-  if (EthernetPortEnable == 1) {
-    if (stream) (void)stream->streamStatus();
-    buffer = Bytes(message.begin(), message.end());
-    thread_operation(message);
-  } else if (MFI_port == 1) {
-    buffer = Bytes(message.begin(), message.end());
-    mfi_writeStream(message);
+  switch (currentLink()) {
+    case Link::Tcp:
+      if (stream) (void)stream->streamStatus();
+      buffer = Bytes(message.begin(), message.end());
+      thread_operation(message);
+      break;
+    case Link::Accessory:
+      buffer = Bytes(message.begin(), message.end());
+      mfi_writeStream(message);
+      break;
+    case Link::Ble:
+    case Link::None:
+      break;
   }
 }
 
@@ -40,7 +47,7 @@ bool writable(const std::shared_ptr<orvante::OutputStream>& stream,
 }  // namespace
 
 void ORVANTESDK::ethernet_writeStream(ByteView data) {
-  if (EthernetPortEnable != 1) return;
+  if (currentLink() != Link::Tcp) return;
   const auto output = oStream.load();
   auto waitUntilOpen = [&] {
     while (output->streamStatus() != orvante::StreamStatus::Open) {

@@ -44,7 +44,7 @@ std::optional<Bytes> ORVANTESDK::awaitReply(bool watchOutputStatus) {
   internals_->waitUntil([&] {
     if (tcp) {
       auto input = iStream.load();
-      if (EthernetPortEnable == 1 && input && input->hasBytesAvailable()) return true;
+      if (currentLink() == Link::Tcp && input && input->hasBytesAvailable()) return true;
     } else if (MFIPortEnable == 1) {
       return true;
     }

@@ -4,6 +4,7 @@
 #include <orvante/session.hpp>
 
 #include "internals.hpp"
+#include "link.hpp"
 
 using orvante::Bytes;
 
@@ -15,10 +16,15 @@ constexpr std::size_t kReadBlock = 512;
 }  // namespace
 
 std::shared_ptr<orvante::InputStream> ORVANTESDK::replySource() {
-  if (EthernetPortEnable == 1) return iStream.load();
-  if (MFI_port == 1) {
-    auto accessorySession = session();
-    return accessorySession ? accessorySession->inputStream() : nullptr;
+  switch (currentLink()) {
+    case Link::Tcp:
+      return iStream.load();
+    case Link::Accessory:
+      if (auto accessorySession = session()) return accessorySession->inputStream();
+      return nullptr;
+    case Link::Ble:
+    case Link::None:
+      break;
   }
   return nullptr;
 }
@@ -29,8 +35,7 @@ std::shared_ptr<orvante::InputStream> ORVANTESDK::replySource() {
 Bytes ORVANTESDK::readStream() {
   Internals::ReplyClaim claim(*internals_);
   _readData = Bytes{};
-  const bool linked = EthernetPortEnable == 1 || MFI_port == 1;
-  if (linked) {
+  if (readsStreams()) {
     const auto source = replySource();
     while (source) {
       pause(kReadPause);
@@ -97,7 +102,7 @@ void ORVANTESDK::stream(orvante::Stream* stream, std::uint64_t eventCode) {
     case orvante::stream_event::HasBytesAvailable:
       orvante::log("NSStreamEventHasBytesAvailable");
       receivejudge = 1;
-      if (EthernetPortEnable == 1 || MFI_port == 1) drainUnclaimedReply();
+      if (readsStreams()) drainUnclaimedReply();
       break;
     case orvante::stream_event::HasSpaceAvailable:
       orvante::log("NSStreamEventHasSpaceAvailable");

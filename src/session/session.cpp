@@ -6,6 +6,7 @@
 #include <orvante/session.hpp>
 
 #include "internals.hpp"
+#include "link.hpp"
 #include "notice.hpp"
 
 using orvante::Bytes;
@@ -104,23 +105,25 @@ std::shared_ptr<orvante::OutputStream> ORVANTESDK::accessoryOutput() {
 }
 
 std::int32_t ORVANTESDK::stream_status() {
-  if (EthernetPortEnable == 1) {
-    auto output = oStream.load();
-    if (!output) return -1;
-    return static_cast<std::int32_t>(output->streamStatus());
+  std::shared_ptr<orvante::OutputStream> output;
+  switch (currentLink()) {
+    case Link::Tcp:
+      output = oStream.load();
+      break;
+    case Link::Accessory:
+      output = accessoryOutput();
+      break;
+    case Link::Ble: {
+      auto central = CM();
+      const auto state = central ? central->state() : orvante::ble::CentralState::Unknown;
+      if (state == orvante::ble::CentralState::PoweredOn) return 2;
+      if (state == orvante::ble::CentralState::PoweredOff) return 0;
+      return -1;
+    }
+    case Link::None:
+      return -1;
   }
-  if (MFI_port == 1) {
-    auto output = accessoryOutput();
-    if (!output) return -1;
-    return static_cast<std::int32_t>(output->streamStatus());
-  }
-  if (BLEPortEnable == 1) {
-    auto central = CM();
-    const auto state = central ? central->state() : orvante::ble::CentralState::Unknown;
-    if (state == orvante::ble::CentralState::PoweredOn) return 2;
-    if (state == orvante::ble::CentralState::PoweredOff) return 0;
-  }
-  return -1;
+  return output ? static_cast<std::int32_t>(output->streamStatus()) : -1;
 }
 
 void ORVANTESDK::_checkIfConnecting() {
@@ -138,9 +141,10 @@ void ORVANTESDK::timeout(const orvante::Value&) {
 }
 
 void ORVANTESDK::thread_operation(ByteView data) {
-  if (EthernetPortEnable == 1) {
+  const auto link = currentLink();
+  if (link == Link::Tcp) {
     ethernet_writeStream(data);
-  } else if (MFI_port == 1) {
+  } else if (link == Link::Accessory) {
     // The asynchronous write takes the field stream_buffer, not the argument.
     Bytes pending = stream_buffer.load().value_or(Bytes{});
     internals_->startThread([this, pending = std::move(pending)] { mfi_writeStream(pending); });

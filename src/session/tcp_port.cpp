@@ -6,6 +6,7 @@
 #include <orvante/session.hpp>
 
 #include "internals.hpp"
+#include "link.hpp"
 
 namespace {
 
@@ -135,7 +136,8 @@ std::int64_t ORVANTESDK::closeLink(std::optional<double> delayBefore, bool disco
   const bool settle = !delayBefore.has_value();
   if (delayBefore) pause(*delayBefore);
 
-  if (EthernetPortEnable == 1) {
+  const auto link = currentLink();
+  if (link == Link::Tcp) {
     if (settle) {
       EthernetPortEnable = 0;
       pause(kSettlePause);
@@ -153,8 +155,8 @@ std::int64_t ORVANTESDK::closeLink(std::optional<double> delayBefore, bool disco
   }
 
   releaseFailedTcpStreams();
-  if (MFI_port != 1) {
-    if (disconnectBle && BLEPortEnable == 1) BLE_Disconnect();
+  if (link != Link::Accessory) {
+    if (disconnectBle && link == Link::Ble) BLE_Disconnect();
     return -1;
   }
 

@@ -5,6 +5,7 @@
 
 #include <memory>
 #include <optional>
+#include <set>
 #include <stdexcept>
 
 #include "job_settings.hpp"
@@ -18,6 +19,10 @@ namespace {
 struct RasterJob {
   JobSettings settings;
   std::optional<PageRaster> page;
+  // PAPPL sends the pages of an image once per copy; the print line
+  // already asks the printer for every copy, so the repeats are dropped.
+  std::set<unsigned> printedPages;
+  bool repeat = false;
 };
 
 RasterJob* rasterJob(pappl_job_t* job) { return static_cast<RasterJob*>(papplJobGetData(job)); }
@@ -59,8 +64,10 @@ bool startJob(pappl_job_t* job, pappl_pr_options_t* options, pappl_device_t* /*d
 }
 
 bool startPage(pappl_job_t* job, pappl_pr_options_t* options, pappl_device_t* /*device*/,
-               unsigned /*page*/) {
+               unsigned page) {
   RasterJob* state = rasterJob(job);
+  state->repeat = !state->printedPages.insert(page).second;
+  if (state->repeat) return true;
   const auto& header = options->header;
   LineFormat format{};
   const std::string refused = lineFormatOf(header.cupsBitsPerPixel, header.cupsColorSpace, format);
@@ -88,6 +95,7 @@ bool writeLine(pappl_job_t* job, pappl_pr_options_t* /*options*/, pappl_device_t
 bool endPage(pappl_job_t* job, pappl_pr_options_t* /*options*/, pappl_device_t* device,
              unsigned /*page*/) {
   RasterJob* state = rasterJob(job);
+  if (state->repeat) return true;
   if (!state->page) return false;
   Bytes bytes;
   try {

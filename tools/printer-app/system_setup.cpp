@@ -7,6 +7,7 @@
 
 #include "driver.hpp"
 #include "job_callbacks.hpp"
+#include "image_filter.hpp"
 #include "pdf_filter.hpp"
 
 namespace orvante::app {
@@ -68,6 +69,8 @@ pappl_system_t* createSystem(int numOptions, cups_option_t* options, void* /*con
   papplSystemSetPrinterDrivers(system, driverCount(), drivers(), nullptr, nullptr, driverCallback,
                                nullptr);
   papplSystemAddMIMEFilter(system, "application/pdf", kLabelFormat, printPdf, nullptr);
+  papplSystemAddMIMEFilter(system, "image/png", kLabelFormat, printImage, nullptr);
+  papplSystemAddMIMEFilter(system, "image/jpeg", kLabelFormat, printImage, nullptr);
   papplSystemSetFooterHTML(system, "Orvante label printers");
 
   savedStateFile = stateFile(numOptions, options);

@@ -9,6 +9,7 @@
 #include <stdexcept>
 
 #include "job_settings.hpp"
+#include "network_device.hpp"
 #include "page_raster.hpp"
 
 namespace orvante::app {
@@ -32,7 +33,9 @@ RasterJob* rasterJob(pappl_job_t* job) { return static_cast<RasterJob*>(papplJob
 bool sendToDevice(pappl_job_t* job, pappl_device_t* device, ByteView bytes) {
   // PAPPL's device write loops until every byte is out or the link fails.
   if (papplDeviceWrite(device, bytes.data(), bytes.size()) < 0) {
-    papplJobSetMessage(job, "The printer stopped taking data.");
+    const std::string problem = takeDeviceProblem();
+    papplJobSetMessage(job, "%s",
+                       problem.empty() ? "The printer stopped taking data." : problem.c_str());
     return false;
   }
   papplDeviceFlush(device);

@@ -11,6 +11,7 @@
 #include "network_device.hpp"
 #include "image_filter.hpp"
 #include "pdf_filter.hpp"
+#include "printer_settings.hpp"
 
 namespace orvante::app {
 
@@ -45,7 +46,10 @@ pappl_loglevel_t logLevel(const char* name) {
 // The state file's name lives as long as the system that saves to it.
 std::string savedStateFile;
 
+std::string settingsFile() { return savedStateFile + ".settings"; }
+
 bool saveState(pappl_system_t* system, void* /*context*/) {
+  saveSettings(system, settingsFile());
   return papplSystemSaveState(system, savedStateFile.c_str());
 }
 
@@ -78,6 +82,7 @@ pappl_system_t* createSystem(int numOptions, cups_option_t* options, void* /*con
 
   savedStateFile = stateFile(numOptions, options);
   papplSystemLoadState(system, savedStateFile.c_str());
+  loadSettings(system, settingsFile());
   papplSystemSetSaveCallback(system, saveState, nullptr);
   return system;
 }

@@ -15,10 +15,11 @@ for tool in "$app" "$vprinter" ipptool python3; do
 done
 
 work=$(mktemp -d /tmp/papp-bench-XXXXXX)
+[ -n "${KEEP:-}" ] && ulimit -c unlimited
 cleanup() {
   [ -n "${app_pid:-}" ] && kill "$app_pid" 2>/dev/null && wait "$app_pid" 2>/dev/null || true
   [ -n "${vp_pid:-}" ] && kill "$vp_pid" 2>/dev/null && wait "$vp_pid" 2>/dev/null || true
-  rm -rf "$work"
+  [ -n "${KEEP:-}" ] && echo "kept $work" >&2 || rm -rf "$work"
 }
 trap cleanup EXIT
 
@@ -55,7 +56,7 @@ vport=$(cat "$work/vport")
 port=$(python3 -c 'import socket; s=socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
 TMPDIR=$work HOME=$work "$app" server -o listen-hostname=127.0.0.1 -o server-port="$port" \
   -o spool-directory="$work" -o state-file="$work/app.state" -o log-file="$work/app.log" \
-  -o log-level=warn &
+  -o log-level=${LOGLEVEL:-warn} &
 app_pid=$!
 for _ in $(seq 100); do (exec 9<>/dev/tcp/127.0.0.1/"$port") 2>/dev/null && break; sleep 0.05; done
 TMPDIR=$work HOME=$work "$app" add -d bench -m orvante_203dpi -v "socket://127.0.0.1:$vport"

@@ -1,5 +1,7 @@
 #include "image_filter.hpp"
 
+#include "printer_lock.hpp"
+
 namespace orvante::app {
 
 Bytes greyOnWhite(const Image& image) {
@@ -15,6 +17,7 @@ Bytes greyOnWhite(const Image& image) {
 }
 
 bool printImage(pappl_job_t* job, pappl_device_t* device, void* /*context*/) {
+  const std::lock_guard oneJobAtATime(printerLock(job));
   // PAPPL's own decoders would try any size; the library's stop at its budget.
   const Image image = Image::fromFile(papplJobGetFilename(job));
   if (image.empty()) {

@@ -11,6 +11,7 @@
 #include "job_settings.hpp"
 #include "network_device.hpp"
 #include "page_raster.hpp"
+#include "printer_lock.hpp"
 
 namespace orvante::app {
 
@@ -43,6 +44,7 @@ bool sendToDevice(pappl_job_t* job, pappl_device_t* device, ByteView bytes) {
 }
 
 bool printRawFile(pappl_job_t* job, pappl_pr_options_t* /*options*/, pappl_device_t* device) {
+  const std::lock_guard oneJobAtATime(printerLock(job));
   const int fd = open(papplJobGetFilename(job), O_RDONLY | O_CLOEXEC);
   if (fd < 0) {
     papplJobSetMessage(job, "The job's file could not be opened.");
@@ -60,6 +62,8 @@ bool printRawFile(pappl_job_t* job, pappl_pr_options_t* /*options*/, pappl_devic
 }
 
 bool startJob(pappl_job_t* job, pappl_pr_options_t* options, pappl_device_t* /*device*/) {
+  // Held until endJob: the raster callbacks of one job run on one thread.
+  printerLock(job).lock();
   auto state = std::make_unique<RasterJob>();
   state->settings = settingsFrom(*options);
   papplJobSetData(job, state.release());
@@ -91,6 +95,10 @@ bool startPage(pappl_job_t* job, pappl_pr_options_t* options, pappl_device_t* /*
 bool writeLine(pappl_job_t* job, pappl_pr_options_t* /*options*/, pappl_device_t* /*device*/,
                unsigned y, const unsigned char* line) {
   RasterJob* state = rasterJob(job);
+  if (state == nullptr) {
+    papplLogJob(job, PAPPL_LOGLEVEL_ERROR, "Line %u arrived outside a page.", y);
+    return false;
+  }
   if (state->page) state->page->setLine(static_cast<int>(y), line);
   return true;
 }
@@ -117,6 +125,7 @@ bool endPage(pappl_job_t* job, pappl_pr_options_t* /*options*/, pappl_device_t* 
 bool endJob(pappl_job_t* job, pappl_pr_options_t* /*options*/, pappl_device_t* /*device*/) {
   delete rasterJob(job);
   papplJobSetData(job, nullptr);
+  printerLock(job).unlock();
   return true;
 }
 

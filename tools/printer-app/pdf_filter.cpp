@@ -10,6 +10,7 @@
 
 #include "job_callbacks.hpp"
 #include "job_settings.hpp"
+#include "printer_lock.hpp"
 
 namespace orvante::app {
 
@@ -53,6 +54,7 @@ int fittingDpi(int dpi, int pageWidth, int pageHeight, int labelWidth, int label
 }
 
 bool printPdf(pappl_job_t* job, pappl_device_t* device, void* /*context*/) {
+  const std::lock_guard oneJobAtATime(printerLock(job));
   const PdfDocument document = PdfDocument::open(papplJobGetFilename(job));
   const int pages = document.pageCount();
   if (pages == 0) {

@@ -15,7 +15,6 @@ for tool in "$app" "$vprinter" ipptool python3; do
 done
 
 work=$(mktemp -d /tmp/papp-bench-XXXXXX)
-[ -n "${KEEP:-}" ] && ulimit -c unlimited
 cleanup() {
   [ -n "${app_pid:-}" ] && kill "$app_pid" 2>/dev/null && wait "$app_pid" 2>/dev/null || true
   [ -n "${vp_pid:-}" ] && kill "$vp_pid" 2>/dev/null && wait "$vp_pid" 2>/dev/null || true

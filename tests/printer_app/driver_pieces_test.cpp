@@ -28,7 +28,7 @@ pappl_pr_options_t optionsFor4x6() {
   return options;
 }
 
-TEST(JobSettings, TakeSizeResolutionSpeedDarknessDitherAndCopiesFromTheJob) {
+TEST(PrinterAppSettings, TakeSizeResolutionSpeedDarknessDitherAndCopiesFromTheJob) {
   auto options = optionsFor4x6();
   cups_option_t vendor{const_cast<char*>("orvante-dither"), const_cast<char*>("atkinson")};
   options.num_vendor = 1;
@@ -44,7 +44,7 @@ TEST(JobSettings, TakeSizeResolutionSpeedDarknessDitherAndCopiesFromTheJob) {
   EXPECT_EQ(settings.copies, 3);
 }
 
-TEST(JobSettings, OddValuesFallBackInsteadOfFailingTheJob) {
+TEST(PrinterAppSettings, OddValuesFallBackInsteadOfFailingTheJob) {
   auto options = optionsFor4x6();
   options.copies = 0;
   options.print_speed = 40 * 2540;
@@ -59,7 +59,7 @@ TEST(JobSettings, OddValuesFallBackInsteadOfFailingTheJob) {
   EXPECT_EQ(ditherNamed("floyd-steinberg"), Dither::FloydSteinberg);
 }
 
-TEST(JobSettings, DarknessCoversTheWholeDensityRange) {
+TEST(PrinterAppSettings, DarknessCoversTheWholeDensityRange) {
   EXPECT_EQ(densityFor(0, 0), 0);
   EXPECT_EQ(densityFor(100, 0), 15);
   EXPECT_EQ(densityFor(53, 0), 8);
@@ -69,7 +69,7 @@ TEST(JobSettings, DarknessCoversTheWholeDensityRange) {
   EXPECT_EQ(densityFor(0, 20), 3);
 }
 
-TEST(JobSettings, MediaTrackingPicksTheMediaLine) {
+TEST(PrinterAppSettings, MediaTrackingPicksTheMediaLine) {
   JobSettings settings;
   settings.widthMm = 50;
   settings.heightMm = 30;
@@ -84,7 +84,7 @@ TEST(JobSettings, MediaTrackingPicksTheMediaLine) {
   EXPECT_NE(text(Tracking::Continuous).find("GAP 0 mm,0 mm\r\n"), std::string::npos);
 }
 
-TEST(PageRaster, ReadsEachLineFormatDarkWhereThePageIsDark) {
+TEST(PrinterAppRaster, ReadsEachLineFormatDarkWhereThePageIsDark) {
   const unsigned char black1[] = {0x80, 0x00};  // first pixel dark
   const unsigned char grey8[] = {0, 255, 255, 255, 255, 255, 255, 255, 255};
   const unsigned char black8[] = {255, 0, 0, 0, 0, 0, 0, 0, 0};
@@ -105,7 +105,7 @@ TEST(PageRaster, ReadsEachLineFormatDarkWhereThePageIsDark) {
   }
 }
 
-TEST(PageRaster, KeepsTheLabelsCropAndRefusesPagesOverTheBudget) {
+TEST(PrinterAppRaster, KeepsTheLabelsCropAndRefusesPagesOverTheBudget) {
   PageRaster page(813, 1220, LineFormat::Grey8, 812, 1218);
   EXPECT_EQ(page.width(), 812);
   EXPECT_EQ(page.height(), 1218);
@@ -121,14 +121,14 @@ TEST(PageRaster, KeepsTheLabelsCropAndRefusesPagesOverTheBudget) {
   EXPECT_FALSE(lineFormatOf(32, CUPS_CSPACE_CMYK, format).empty());
 }
 
-TEST(PdfPages, PagesLargerThanTheLabelAreDrawnAtALowerResolution) {
+TEST(PrinterAppPdf, PagesLargerThanTheLabelAreDrawnAtALowerResolution) {
   EXPECT_EQ(fittingDpi(203, 812, 1218, 813, 1219), 203);
   // A letter page (8.5 x 11 in) onto a 4 x 6 inch label: 4/8.5 of the resolution.
   EXPECT_EQ(fittingDpi(203, 1726, 2233, 813, 1219), 95);
   EXPECT_GE(fittingDpi(203, 100000, 10, 10, 10), 1);
 }
 
-TEST(PrinterStatus, EachConditionBecomesItsReason) {
+TEST(PrinterAppStatus, EachConditionBecomesItsReason) {
   EXPECT_EQ(reasonsFor(PrinterStatus{0x00}), PAPPL_PREASON_NONE);
   EXPECT_EQ(reasonsFor(PrinterStatus{0x01}), PAPPL_PREASON_COVER_OPEN);
   EXPECT_EQ(reasonsFor(PrinterStatus{0x02}), PAPPL_PREASON_MEDIA_JAM);
@@ -139,7 +139,7 @@ TEST(PrinterStatus, EachConditionBecomesItsReason) {
   EXPECT_EQ(reasonsFor(PrinterStatus{0x30}), PAPPL_PREASON_NONE);
 }
 
-TEST(PrinterStatus, OnlyNetworkPrintersAreAskedAtTheirAddress) {
+TEST(PrinterAppStatus, OnlyNetworkPrintersAreAskedAtTheirAddress) {
   EXPECT_EQ(networkAddressOf("socket://127.0.0.1:9101"), "tcp://127.0.0.1:9101");
   EXPECT_EQ(networkAddressOf("socket://printer.local"), "tcp://printer.local");
   EXPECT_EQ(networkAddressOf("socket://[::1]:9100/?timeout=5"), "tcp://[::1]:9100");
@@ -147,7 +147,7 @@ TEST(PrinterStatus, OnlyNetworkPrintersAreAskedAtTheirAddress) {
   EXPECT_EQ(networkAddressOf(nullptr), "");
 }
 
-TEST(PrinterStatus, ASilentPrinterIsAskedLessOftenThenNoMore) {
+TEST(PrinterAppStatus, ASilentPrinterIsAskedLessOftenThenNoMore) {
   using namespace std::chrono_literals;
   QuerySchedule schedule;
   auto now = QuerySchedule::Clock::time_point{} + 1h;

@@ -101,7 +101,11 @@ class AppProcess {
   int stop() {
     kill(pid_, SIGTERM);
     int status = 0;
-    waitpid(pid_, &status, 0);
+    // A server that does not stop within 10 s is killed: a test must end.
+    if (!eventuallyTrue([&] { return waitpid(pid_, &status, WNOHANG) == pid_; })) {
+      kill(pid_, SIGKILL);
+      waitpid(pid_, &status, 0);
+    }
     pid_ = -1;
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   }

@@ -20,15 +20,6 @@ TEST_F(PrinterAppTest, OutOfPaperShowsAsMediaEmptyAndClearsAgain) {
   })) << app.log();
 }
 
-TEST_F(PrinterAppTest, HeadOpenAndNoRibbonShowAsCoverOpenAndMarkerSupplyEmpty) {
-  printer.control("status 09\n");
-  EXPECT_TRUE(eventuallyTrue([&] {
-    const auto output = printerAttributes().output;
-    return output.find("cover-open") != std::string::npos &&
-           output.find("marker-supply-empty") != std::string::npos;
-  })) << app.log();
-}
-
 TEST_F(PrinterAppTest, BadDocumentsAbortTheirJobAndTheNextJobPrints) {
   writeDamagedPdf(app.folder() / "damaged.pdf");
   writeHugePng(app.folder() / "huge.png");

@@ -73,7 +73,7 @@ bool driverCallback(pappl_system_t* system, const char* driverName, const char* 
                 dpi);
   data->ppm = 60;
   data->kind = PAPPL_KIND_LABEL;
-  data->orient_default = IPP_ORIENT_NONE;
+  data->orient_default = IPP_ORIENT_PORTRAIT;
   // Grey lines come in, and the page's dithering makes the dots; bi-level
   // pages are thresholded by PAPPL with the matrix below.
   data->color_supported = static_cast<pappl_color_mode_t>(

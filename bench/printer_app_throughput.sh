@@ -86,6 +86,10 @@ until [ "$(grep -c 'label-' "$work/vprinter.out" || true)" -ge "$jobs" ]; do
   if ! kill -0 "$app_pid" 2>/dev/null; then echo "the application stopped" >&2; exit 1; fi
 done
 done_at=$(date +%s.%N)
+# A label more than asked for would be a job printed twice.
+sleep 1
+printed=$(grep -c 'label-' "$work/vprinter.out" || true)
+[ "$printed" -eq "$jobs" ] || { echo "$printed labels for $jobs jobs" >&2; exit 1; }
 
 python3 - "$jobs" "$start" "$submitted" "$done_at" <<'PY'
 import sys

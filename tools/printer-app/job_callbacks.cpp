@@ -25,6 +25,8 @@ struct RasterJob {
   // already asks the printer for every copy, so the repeats are dropped.
   std::set<unsigned> printedPages;
   bool repeat = false;
+  // Another thread has this job: this one prints nothing.
+  bool duplicate = false;
 };
 
 RasterJob* rasterJob(pappl_job_t* job) { return static_cast<RasterJob*>(papplJobGetData(job)); }
@@ -45,7 +47,9 @@ bool sendToDevice(pappl_job_t* job, pappl_device_t* device, ByteView bytes) {
 
 bool printRawFile(pappl_job_t* job, pappl_pr_options_t* /*options*/, pappl_device_t* device) {
   const std::lock_guard oneJobAtATime(printerLock(job));
-  const int fd = open(papplJobGetFilename(job), O_RDONLY | O_CLOEXEC);
+  if (!claimJob(job)) return true;  // printed by the thread that claimed it
+  const char* file = jobFile(job);
+  const int fd = file ? open(file, O_RDONLY | O_CLOEXEC) : -1;
   if (fd < 0) {
     papplJobSetMessage(job, "The job's file could not be opened.");
     return false;
@@ -66,6 +70,7 @@ bool startJob(pappl_job_t* job, pappl_pr_options_t* options, pappl_device_t* /*d
   printerLock(job).lock();
   auto state = std::make_unique<RasterJob>();
   state->settings = settingsFrom(*options);
+  state->duplicate = !claimJob(job);
   papplJobSetData(job, state.release());
   return true;
 }
@@ -73,7 +78,7 @@ bool startJob(pappl_job_t* job, pappl_pr_options_t* options, pappl_device_t* /*d
 bool startPage(pappl_job_t* job, pappl_pr_options_t* options, pappl_device_t* /*device*/,
                unsigned page) {
   RasterJob* state = rasterJob(job);
-  state->repeat = !state->printedPages.insert(page).second;
+  state->repeat = state->duplicate || !state->printedPages.insert(page).second;
   if (state->repeat) return true;
   const auto& header = options->header;
   LineFormat format{};

@@ -34,6 +34,9 @@ RasterJob* rasterJob(pappl_job_t* job) { return static_cast<RasterJob*>(papplJob
 }  // namespace
 
 bool sendToDevice(pappl_job_t* job, pappl_device_t* device, ByteView bytes) {
+  // A whole label at a time: raster jobs PAPPL runs side by side on one
+  // printer do not mix their labels' bytes.
+  const std::lock_guard oneLabelAtATime(printerLock(job));
   // PAPPL's device write loops until every byte is out or the link fails.
   if (papplDeviceWrite(device, bytes.data(), bytes.size()) < 0) {
     const std::string problem = takeDeviceProblem();
@@ -66,8 +69,6 @@ bool printRawFile(pappl_job_t* job, pappl_pr_options_t* /*options*/, pappl_devic
 }
 
 bool startJob(pappl_job_t* job, pappl_pr_options_t* options, pappl_device_t* /*device*/) {
-  // Held until endJob: the raster callbacks of one job run on one thread.
-  printerLock(job).lock();
   auto state = std::make_unique<RasterJob>();
   state->settings = settingsFrom(*options);
   state->duplicate = !claimJob(job);
@@ -130,7 +131,6 @@ bool endPage(pappl_job_t* job, pappl_pr_options_t* /*options*/, pappl_device_t* 
 bool endJob(pappl_job_t* job, pappl_pr_options_t* /*options*/, pappl_device_t* /*device*/) {
   delete rasterJob(job);
   papplJobSetData(job, nullptr);
-  printerLock(job).unlock();
   return true;
 }
 

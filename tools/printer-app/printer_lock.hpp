@@ -2,8 +2,9 @@
 // One job at a time per printer, each job printed once. PAPPL 1.3 can start
 // a second job on a printer while the first is still printing when jobs
 // arrive back to back, can start the same job from two threads, and can
-// start a job before its document has been stored. Every job entry point
-// takes the printer's lock, claims the job, and waits for its file.
+// start a job before its document has been stored. The filters hold the
+// printer's lock for the whole job and every label is written under it;
+// every job entry point claims the job and waits for its file.
 
 #include <mutex>
 
@@ -11,8 +12,8 @@
 
 namespace orvante::app {
 
-// Recursive: the image filter holds it while PAPPL calls the raster
-// callbacks, which take it too, on the same thread.
+// Recursive: the filters hold it while PAPPL calls the raster callbacks,
+// whose writes take it too, on the same thread.
 std::recursive_mutex& printerLock(pappl_job_t* job);
 
 // True for the thread that first got here for this job (and on later calls

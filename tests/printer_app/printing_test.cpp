@@ -1,0 +1,57 @@
+// Documents sent over IPP come out of the virtual printer as labels of the
+// right size with their content in place.
+
+#include "app_fixture.hpp"
+
+namespace orvante::testing {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+TEST_F(PrinterAppTest, PrintsEachDocumentFormatAsOneLabel) {
+  const std::pair<const char*, const char*> documents[] = {
+      {"label.png", "image/png"}, {"label.pdf", "application/pdf"}, {"label.pwg", "image/pwg-raster"}};
+  int number = 0;
+  for (const auto& [file, format] : documents) {
+    SCOPED_TRACE(format);
+    const auto job = print(app.folder() / file, format);
+    EXPECT_EQ(job.status, 0) << job.output << app.log();
+    EXPECT_THAT(job.output, HasSubstr("job-state (enum) = completed"));
+    ++number;
+    ASSERT_TRUE(eventuallyTrue([&] { return labelCount() >= static_cast<std::size_t>(number); }))
+        << printer.journal();
+    expectSquareLabel(label(number));
+  }
+  EXPECT_EQ(labelCount(), 3u);
+}
+
+TEST_F(PrinterAppTest, SendsTheSetupLinesThenTheBitmapThenThePrintLineWithCopies) {
+  const auto job = print(app.folder() / "label.png", "image/png", 2);
+  EXPECT_THAT(job.output, HasSubstr("job-state (enum) = completed")) << job.output << app.log();
+  ASSERT_TRUE(eventuallyTrue([&] { return labelCount() >= 2; })) << printer.journal();
+  const std::string journal = printer.journal();
+  auto at = [&](const std::string& command) {
+    return journal.find("\"command\":\"" + command + "\"");
+  };
+  const std::size_t order[] = {at("SIZE"), at("GAP"), at("SPEED"), at("DENSITY"), at("CLS"),
+                               at("!S"), at("PRINT")};
+  ASSERT_NE(order[6], std::string::npos) << journal;
+  for (std::size_t i = 1; i < std::size(order); ++i) EXPECT_LT(order[i - 1], order[i]) << i;
+  // One page, two copies: one print line asking for both.
+  EXPECT_NE(journal.find("\"command\":\"PRINT\",\"arguments\":[\"1\",\"2\"]"), std::string::npos)
+      << journal;
+  EXPECT_EQ(journal.find("\"command\":\"PRINT\"", order[6] + 1), std::string::npos) << journal;
+  EXPECT_EQ(labelCount(), 2u);
+}
+
+TEST_F(PrinterAppTest, OffersThePdfFormatAndTheDitheringChoices) {
+  const auto attributes = printerAttributes();
+  EXPECT_THAT(attributes.output, HasSubstr("application/pdf"));
+  EXPECT_THAT(attributes.output, HasSubstr("floyd-steinberg"));
+  EXPECT_THAT(attributes.output, HasSubstr("atkinson"));
+  EXPECT_THAT(attributes.output, Not(HasSubstr("media-empty")));
+}
+
+}  // namespace
+}  // namespace orvante::testing

@@ -179,6 +179,9 @@ class Central final : public ble::Central, public std::enable_shared_from_this<C
   std::map<std::string, Interfaces> tree_;
   std::optional<ble::CentralState> reported_;
   bool scanning_ = false;
+  // What this scan reported of each device: reported again only when its
+  // name changes, as a central without duplicates does.
+  std::map<std::string, std::optional<std::string>> reportedNames_;
   std::map<std::string, std::shared_ptr<Peripheral>> peripherals_;
   std::mutex proxiesMutex_;
   // Kept: a proxy's pending calls end with it.
@@ -348,6 +351,9 @@ void Central::reportDiscoveryLocked(const std::string& path) {
   // BlueZ keeps the advertised local name in Name; Alias falls back to the
   // address, which is no advertised name.
   auto name = property<std::string>(device, "Name");
+  auto seen = reportedNames_.find(path);
+  if (seen != reportedNames_.end() && seen->second == name) return;
+  reportedNames_[path] = name;
   const auto rssi = property<std::int16_t>(device, "RSSI").value_or(127);
   {
     std::lock_guard lock(peripheral->mutex_);
@@ -367,6 +373,7 @@ void Central::scanForPeripherals() {
   {
     std::lock_guard lock(mutex_);
     scanning_ = true;
+    reportedNames_.clear();
     // Devices BlueZ already knows may not advertise anew during the scan.
     for (const auto& [path, interfaces] : tree_) {
       if (interfaces.count(kDevice)) reportDiscoveryLocked(path);

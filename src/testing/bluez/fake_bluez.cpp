@@ -13,8 +13,6 @@ const char* const kDevice = "org.bluez.Device1";
 const char* const kGattService = "org.bluez.GattService1";
 const char* const kGattCharacteristic = "org.bluez.GattCharacteristic1";
 const char* const kProfileManager = "org.bluez.ProfileManager1";
-const char* const kProperties = "org.freedesktop.DBus.Properties";
-const char* const kObjectManager = "org.freedesktop.DBus.ObjectManager";
 const char* const kAdapterPath = "/org/bluez/hci0";
 
 const char* const kSerialPort = "00001101-0000-1000-8000-00805f9b34fb";
@@ -37,6 +35,7 @@ struct FakeBluez::Device {
   std::vector<Write> writes;
   bool notifying = false;
   int connects = 0;
+  int reads = 0;
   std::map<std::string, std::string> failing;
 };
 
@@ -44,14 +43,8 @@ FakeBluez::FakeBluez(const std::string& busAddress)
     : bus_(sdbus::createSessionBusConnectionWithAddress(busAddress)),
       worker_(std::make_unique<transport::SerialQueue>("fake bluez")) {
   bus_->requestName("org.bluez");
-
-  root_ = sdbus::createObject(*bus_, "/");
-  root_->registerMethod("GetManagedObjects").onInterface(kObjectManager).implementedAs([this] {
-    std::map<sdbus::ObjectPath, Interfaces> reply;
-    for (auto& [path, interfaces] : managedObjects()) reply[sdbus::ObjectPath(path)] = interfaces;
-    return reply;
-  });
-  root_->finishRegistration();
+  // sd-bus answers GetManagedObjects from the objects exported below.
+  bus_->addObjectManager("/", sdbus::floating_slot);
 
   manager_ = sdbus::createObject(*bus_, "/org/bluez");
   manager_->registerMethod("RegisterProfile")
@@ -77,18 +70,13 @@ FakeBluez::FakeBluez(const std::string& busAddress)
                  {{"Address", text("00:1A:7D:DA:71:13")},
                   {"Powered", sdbus::Variant(true)},
                   {"Discovering", sdbus::Variant(false)}}}},
-               false);
+               true);
   bus_->enterEventLoopAsync();
 }
 
 FakeBluez::~FakeBluez() {
   worker_.reset();
   bus_->leaveEventLoop();
-}
-
-std::map<std::string, FakeBluez::Interfaces> FakeBluez::managedObjects() const {
-  std::lock_guard lock(mutex_);
-  return objects_;
 }
 
 FakeBluez::Device& FakeBluez::device(const std::string& path) {
@@ -115,50 +103,92 @@ std::string FakeBluez::characteristicDevice(const std::string& path) const {
   return service.substr(0, service.rfind('/'));
 }
 
-void FakeBluez::exportObject(const std::string& path, Interfaces interfaces, bool announce) {
+void FakeBluez::exportObject(const std::string& path, Interfaces interfaces, bool visible) {
   std::lock_guard lock(mutex_);
-  objects_[path] = interfaces;
-  if (!exported_.count(path)) {
-    exported_[path] = sdbus::createObject(*bus_, path);
-    if (interfaces.count(kAdapter)) {
-      auto& adapter = *exported_[path];
-      adapter.registerMethod("StartDiscovery").onInterface(kAdapter).implementedAs([this] {
+  objects_[path] = std::move(interfaces);
+  if (visible) publish(path);
+}
+
+namespace {
+
+using Lookup = std::function<std::optional<sdbus::Variant>()>;
+
+template <class T>
+void expose(sdbus::IObject& object, const std::string& interface, const std::string& name,
+            Lookup lookup) {
+  object.registerProperty(name).onInterface(interface).withGetter([lookup]() -> T {
+    auto value = lookup();
+    return value ? value->get<T>() : T{};
+  });
+}
+
+}  // namespace
+
+// Puts the object on the bus with its methods and properties, and tells
+// clients it was added.
+void FakeBluez::publish(const std::string& path) {
+  std::lock_guard lock(mutex_);
+  if (exported_.count(path)) return;
+  exported_[path] = sdbus::createObject(*bus_, path);
+  auto& object = *exported_[path];
+  const auto& interfaces = objects_.at(path);
+  for (const auto& [interface, properties] : interfaces) {
+    for (const auto& [name, value] : properties) {
+      Lookup lookup = [this, path, interface = interface,
+                       name = name]() -> std::optional<sdbus::Variant> {
         std::lock_guard lock(mutex_);
-        if (discovering_) throw sdbus::Error("org.bluez.Error.InProgress", "Operation already in progress");
-        discovering_ = true;
-        setProperty(kAdapterPath, kAdapter, "Discovering", sdbus::Variant(true));
-        // Printers in range show up once the radio listens.
-        worker_->post([this] {
-          std::lock_guard lock(mutex_);
-          for (const auto& later : laterDevices_) {
-            auto waiting = objects_.find("waiting:" + later);
-            if (waiting == objects_.end()) continue;
-            auto interfaces = waiting->second;
-            objects_.erase(waiting);
-            objects_[later] = interfaces;
-            root_->emitSignal("InterfacesAdded")
-                .onInterface(kObjectManager)
-                .withArguments(sdbus::ObjectPath(later), interfaces);
-          }
-          laterDevices_.clear();
-        });
-      });
-      adapter.registerMethod("StopDiscovery").onInterface(kAdapter).implementedAs([this] {
-        std::lock_guard lock(mutex_);
-        if (!discovering_) throw sdbus::Error("org.bluez.Error.Failed", "No discovery started");
-        discovering_ = false;
-        setProperty(kAdapterPath, kAdapter, "Discovering", sdbus::Variant(false));
-      });
+        auto o = objects_.find(path);
+        if (o == objects_.end()) return std::nullopt;
+        auto i = o->second.find(interface);
+        if (i == o->second.end()) return std::nullopt;
+        auto p = i->second.find(name);
+        if (p == i->second.end()) return std::nullopt;
+        return p->second;
+      };
+      const auto type = value.peekValueType();
+      if (type == "s") expose<std::string>(object, interface, name, lookup);
+      if (type == "b") expose<bool>(object, interface, name, lookup);
+      if (type == "n") expose<std::int16_t>(object, interface, name, lookup);
+      if (type == "o") expose<sdbus::ObjectPath>(object, interface, name, lookup);
+      if (type == "as") expose<std::vector<std::string>>(object, interface, name, lookup);
+      if (type == "ay") expose<std::vector<std::uint8_t>>(object, interface, name, lookup);
     }
-    if (interfaces.count(kDevice)) registerDevice(path);
-    if (interfaces.count(kGattCharacteristic)) registerCharacteristic(path);
-    exported_[path]->finishRegistration();
   }
-  if (announce) {
-    root_->emitSignal("InterfacesAdded")
-        .onInterface(kObjectManager)
-        .withArguments(sdbus::ObjectPath(path), interfaces);
-  }
+  if (interfaces.count(kAdapter)) registerAdapter(path);
+  if (interfaces.count(kDevice)) registerDevice(path);
+  if (interfaces.count(kGattCharacteristic)) registerCharacteristic(path);
+  object.finishRegistration();
+  object.emitInterfacesAddedSignal();
+}
+
+void FakeBluez::registerAdapter(const std::string& path) {
+  auto& adapter = *exported_[path];
+  adapter.registerMethod("StartDiscovery").onInterface(kAdapter).implementedAs([this] {
+    std::lock_guard lock(mutex_);
+    if (discovering_) {
+      throw sdbus::Error("org.bluez.Error.InProgress", "Operation already in progress");
+    }
+    discovering_ = true;
+    setProperty(kAdapterPath, kAdapter, "Discovering", sdbus::Variant(true));
+    // Printers in range show up once the radio listens, after the reply.
+    worker_->post([this] {
+      std::lock_guard lock(mutex_);
+      for (const auto& later : laterDevices_) {
+        std::vector<std::string> paths;
+        for (const auto& [path, interfaces] : objects_) {
+          if (path == later || path.rfind(later + "/", 0) == 0) paths.push_back(path);
+        }
+        for (const auto& path : paths) publish(path);
+      }
+      laterDevices_.clear();
+    });
+  });
+  adapter.registerMethod("StopDiscovery").onInterface(kAdapter).implementedAs([this] {
+    std::lock_guard lock(mutex_);
+    if (!discovering_) throw sdbus::Error("org.bluez.Error.Failed", "No discovery started");
+    discovering_ = false;
+    setProperty(kAdapterPath, kAdapter, "Discovering", sdbus::Variant(false));
+  });
 }
 
 void FakeBluez::registerDevice(const std::string& path) {
@@ -196,8 +226,13 @@ void FakeBluez::registerCharacteristic(const std::string& path) {
         throwIfFailing(owner, "ReadValue");
         std::lock_guard lock(mutex_);
         auto& properties = objects_[path][kGattCharacteristic];
+        ++device(owner).reads;
         if (!properties.count("Value")) return std::vector<std::uint8_t>{};
-        return properties["Value"].get<std::vector<std::uint8_t>>();
+        auto value = properties["Value"].get<std::vector<std::uint8_t>>();
+        if (path == owner + "/service0010/char0011") {
+          properties["Value"] = sdbus::Variant(std::vector<std::uint8_t>{});
+        }
+        return value;
       });
   object.registerMethod("WriteValue")
       .onInterface(kGattCharacteristic)
@@ -264,9 +299,9 @@ void FakeBluez::setProperty(const std::string& path, const std::string& interfac
                             const std::string& name, const sdbus::Variant& value) {
   std::lock_guard lock(mutex_);
   objects_[path][interface][name] = value;
-  exported_.at(path)->emitSignal("PropertiesChanged")
-      .onInterface(kProperties)
-      .withArguments(interface, Properties{{name, value}}, std::vector<std::string>{});
+  if (auto object = exported_.find(path); object != exported_.end()) {
+    object->second->emitPropertiesChangedSignal(interface, {name});
+  }
 }
 
 std::string FakeBluez::addPrinter(const std::string& address, std::optional<std::string> name,
@@ -282,15 +317,9 @@ std::string FakeBluez::addPrinter(const std::string& address, std::optional<std:
                         {"UUIDs", sdbus::Variant(std::vector<std::string>{kSerialService})}};
   if (name) properties["Name"] = text(*name);
   std::lock_guard lock(mutex_);
-  if (knownAtStart) {
-    exportObject(path, {{kDevice, properties}}, true);
-  } else {
-    // Exported now, listed only once a discovery starts.
-    exportObject(path, {{kDevice, properties}}, false);
-    objects_["waiting:" + path] = objects_[path];
-    objects_.erase(path);
-    laterDevices_.push_back(path);
-  }
+  // A printer not yet heard is put on the bus once a discovery starts.
+  if (!knownAtStart) laterDevices_.push_back(path);
+  exportObject(path, {{kDevice, properties}}, knownAtStart);
   const auto info = path + "/service0001";
   const auto serial = path + "/service0010";
   const auto service = [&](const char* uuid) {
@@ -304,7 +333,8 @@ std::string FakeBluez::addPrinter(const std::string& address, std::optional<std:
     return Interfaces{{kGattCharacteristic,
                        {{"UUID", text(uuid)},
                         {"Service", sdbus::Variant(sdbus::ObjectPath(owner))},
-                        {"Flags", sdbus::Variant(flags)}}}};
+                        {"Flags", sdbus::Variant(flags)},
+                        {"Value", sdbus::Variant(std::vector<std::uint8_t>{})}}}};
   };
   exportObject(info, service(kDeviceInformation), knownAtStart);
   auto maker = characteristic(info, kManufacturerName, {"read"});
@@ -341,7 +371,7 @@ void FakeBluez::setPowered(bool powered) {
   std::lock_guard lock(mutex_);
   if (!powered) {
     for (const auto& [path, interfaces] : objects_) {
-      if (interfaces.count(kDevice) && path.rfind("waiting:", 0) != 0) dropConnection(path);
+      if (interfaces.count(kDevice) && exported_.count(path)) dropConnection(path);
     }
   }
   setProperty(kAdapterPath, kAdapter, "Powered", sdbus::Variant(powered));
@@ -353,6 +383,11 @@ void FakeBluez::notify(const std::string& path, Bytes value) {
   setProperty(path + "/service0010/char0011", kGattCharacteristic, "Value", sdbus::Variant(value));
 }
 
+void FakeBluez::setValue(const std::string& path, Bytes value) {
+  std::lock_guard lock(mutex_);
+  objects_[path + "/service0010/char0011"][kGattCharacteristic]["Value"] = sdbus::Variant(value);
+}
+
 void FakeBluez::dropConnection(const std::string& path) {
   std::lock_guard lock(mutex_);
   auto& state = objects_[path][kDevice];
@@ -362,15 +397,15 @@ void FakeBluez::dropConnection(const std::string& path) {
   setProperty(path, kDevice, "Connected", sdbus::Variant(false));
 }
 
+// The objects stay registered, since a client's call may be running in
+// them; clients are told they are gone and calls on them fail.
 void FakeBluez::removeDevice(const std::string& path) {
   std::lock_guard lock(mutex_);
   for (auto it = objects_.begin(); it != objects_.end();) {
     if (it->first == path || it->first.rfind(path + "/", 0) == 0) {
-      std::vector<std::string> names;
-      for (const auto& [name, properties] : it->second) names.push_back(name);
-      root_->emitSignal("InterfacesRemoved")
-          .onInterface(kObjectManager)
-          .withArguments(sdbus::ObjectPath(it->first), names);
+      if (auto object = exported_.find(it->first); object != exported_.end()) {
+        object->second->emitInterfacesRemovedSignal();
+      }
       it = objects_.erase(it);
     } else {
       ++it;
@@ -415,6 +450,12 @@ int FakeBluez::connects(const std::string& path) const {
   std::lock_guard lock(mutex_);
   auto found = devices_.find(path);
   return found == devices_.end() ? 0 : found->second->connects;
+}
+
+int FakeBluez::reads(const std::string& path) const {
+  std::lock_guard lock(mutex_);
+  auto found = devices_.find(path);
+  return found == devices_.end() ? 0 : found->second->reads;
 }
 
 std::shared_ptr<fakes::PrinterPeer> FakeBluez::serialPeer() const {

@@ -50,6 +50,9 @@ class FakeBluez {
   void setPowered(bool powered);
   // The printer's side.
   void notify(const std::string& device, Bytes value);
+  // Bytes waiting in the receive characteristic; a read takes them, as a
+  // serial bridge's does.
+  void setValue(const std::string& device, Bytes value);
   void dropConnection(const std::string& device);
   void removeDevice(const std::string& device);
   void setResponder(Responder responder);
@@ -62,6 +65,7 @@ class FakeBluez {
   bool notifying(const std::string& device) const;
   bool discovering() const;
   int connects(const std::string& device) const;
+  int reads(const std::string& device) const;
   // The printer's end of the last serial connection handed over, or null.
   std::shared_ptr<fakes::PrinterPeer> serialPeer() const;
 
@@ -70,10 +74,12 @@ class FakeBluez {
   using Properties = std::map<std::string, sdbus::Variant>;
   using Interfaces = std::map<std::string, Properties>;
 
-  void exportObject(const std::string& path, Interfaces interfaces, bool announce);
+  // Keeps the object; puts it on the bus now when visible.
+  void exportObject(const std::string& path, Interfaces interfaces, bool visible);
+  void publish(const std::string& path);
+  void registerAdapter(const std::string& path);
   void setProperty(const std::string& path, const std::string& interface,
                    const std::string& name, const sdbus::Variant& value);
-  std::map<std::string, Interfaces> managedObjects() const;
   Device& device(const std::string& path);
   void throwIfFailing(const std::string& device, const std::string& method);
   std::string characteristicDevice(const std::string& path) const;
@@ -85,7 +91,7 @@ class FakeBluez {
   mutable std::recursive_mutex mutex_;
   std::map<std::string, Interfaces> objects_;
   std::map<std::string, std::unique_ptr<sdbus::IObject>> exported_;
-  std::unique_ptr<sdbus::IObject> root_, manager_;
+  std::unique_ptr<sdbus::IObject> manager_;
   std::map<std::string, std::unique_ptr<Device>> devices_;
   std::vector<std::string> laterDevices_;
   Responder responder_;

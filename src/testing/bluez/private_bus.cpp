@@ -1,5 +1,6 @@
 #include "private_bus.hpp"
 
+#include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
 #include <stdlib.h>
@@ -44,15 +45,22 @@ PrivateBus::PrivateBus() {
   const std::string configArgument = "--config-file=" + config;
   const char* argv[] = {"dbus-daemon", configArgument.c_str(), "--nofork", "--nopidfile",
                         nullptr};
-  if (::posix_spawnp(&pid_, "dbus-daemon", nullptr, nullptr, const_cast<char**>(argv),
-                     environ) != 0) {
-    throw std::runtime_error("dbus-daemon could not be started");
-  }
+  // The daemon's complaints (it cannot raise its file limit unprivileged)
+  // stay out of the test output.
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
+  const int spawned = ::posix_spawnp(&pid_, "dbus-daemon", &actions, nullptr,
+                                     const_cast<char**>(argv), environ);
+  posix_spawn_file_actions_destroy(&actions);
+  if (spawned != 0) throw std::runtime_error("dbus-daemon could not be started");
   address_ = "unix:path=" + socket;
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
   struct stat info;
   while (::stat(socket.c_str(), &info) != 0) {
     if (std::chrono::steady_clock::now() > deadline) {
+      ::kill(pid_, SIGTERM);
+      ::waitpid(pid_, nullptr, 0);
       throw std::runtime_error("dbus-daemon did not start listening");
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(5));

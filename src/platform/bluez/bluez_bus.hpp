@@ -41,7 +41,4 @@ std::optional<T> property(const Properties& properties, const std::string& name)
 // address comes from DBUS_SYSTEM_BUS_ADDRESS when set.
 std::unique_ptr<sdbus::IConnection> connectSystemBus();
 
-// BlueZ's objects, or none when BlueZ does not answer on the bus.
-std::optional<ManagedObjects> managedObjects(sdbus::IConnection& connection);
-
 }  // namespace orvante::platform::bluez

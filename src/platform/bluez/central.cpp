@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <functional>
+#include <future>
 #include <map>
 #include <mutex>
 #include <set>
@@ -9,6 +10,7 @@
 #include "../../transport/serial_queue.hpp"
 #include "../../transport/unavailable_services.hpp"
 #include "bluez_bus.hpp"
+#include "bus_loop.hpp"
 #include "gatt_objects.hpp"
 
 namespace orvante::platform::bluez {
@@ -20,6 +22,7 @@ using namespace std::chrono_literals;
 // guards against a daemon that never answers.
 constexpr auto kConnectLimit = 60s;
 constexpr auto kCallLimit = 30s;
+constexpr auto kListLimit = 5s;
 
 // The codes a central reports for the failures BlueZ names.
 ble::Error errorFrom(const sdbus::Error& error) {
@@ -116,11 +119,11 @@ class Central final : public ble::Central, public std::enable_shared_from_this<C
  public:
   Central(ble::CentralDelegate& delegate, const std::string& queueName,
           std::unique_ptr<sdbus::IConnection> bus)
-      : bus_(std::move(bus)), delegate_(&delegate), queue_(queueName) {}
+      : loop_(std::make_unique<BusLoop>(std::move(bus))), delegate_(&delegate), queue_(queueName) {}
 
   ~Central() override {
-    // No D-Bus handler runs past this point; they use `this` directly.
-    bus_->leaveEventLoop();
+    // No D-Bus handler or bus task runs past this point; they use `this`.
+    loop_->stop();
   }
 
   void start();
@@ -170,9 +173,10 @@ class Central final : public ble::Central, public std::enable_shared_from_this<C
   void onInterfacesRemoved(sdbus::Message& message);
   void onOwnerChanged(sdbus::Message& message);
   void merge(const ManagedObjects& objects);
+  void listObjects(std::function<void()> then);
 
-  std::unique_ptr<sdbus::IConnection> bus_;
-  std::vector<sdbus::Slot> matches_;
+  // Every use of the bus happens on its thread.
+  std::unique_ptr<BusLoop> loop_;
   mutable std::mutex mutex_;
   std::recursive_mutex delivery_;
   ble::CentralDelegate* delegate_;
@@ -183,8 +187,7 @@ class Central final : public ble::Central, public std::enable_shared_from_this<C
   // name changes, as a central without duplicates does.
   std::map<std::string, std::optional<std::string>> reportedNames_;
   std::map<std::string, std::shared_ptr<Peripheral>> peripherals_;
-  std::mutex proxiesMutex_;
-  // Kept: a proxy's pending calls end with it.
+  // Kept, on the loop's thread: a proxy's pending calls end with it.
   std::map<std::string, std::unique_ptr<sdbus::IProxy>> proxies_;
   transport::SerialQueue queue_;
 };
@@ -240,25 +243,45 @@ void Peripheral::setNotifyValue(bool enabled,
 // --- central -----------------------------------------------------------------
 
 void Central::start() {
-  // Signals are watched before the objects are listed, so no change falls
-  // between the two.
-  bus_->addMatch(
-      "type='signal',interface='org.freedesktop.DBus.Properties',member='PropertiesChanged',"
-      "path_namespace='/org/bluez'",
-      [this](sdbus::Message& m) { onPropertiesChanged(m); }, sdbus::floating_slot);
-  bus_->addMatch("type='signal',interface='org.freedesktop.DBus.ObjectManager',path='/'",
+  auto listed = std::make_shared<std::promise<void>>();
+  loop_->post([this, listed] {
+    auto& bus = loop_->bus();
+    // Signals are watched before the objects are listed, so no change falls
+    // between the two.
+    bus.addMatch(
+        "type='signal',interface='org.freedesktop.DBus.Properties',member='PropertiesChanged',"
+        "path_namespace='/org/bluez'",
+        [this](sdbus::Message& m) { onPropertiesChanged(m); }, sdbus::floating_slot);
+    bus.addMatch("type='signal',interface='org.freedesktop.DBus.ObjectManager',path='/'",
                  [this](sdbus::Message& m) {
                    if (m.getMemberName() == "InterfacesAdded") onInterfacesAdded(m);
                    if (m.getMemberName() == "InterfacesRemoved") onInterfacesRemoved(m);
                  },
                  sdbus::floating_slot);
-  bus_->addMatch(
-      "type='signal',sender='org.freedesktop.DBus',member='NameOwnerChanged',arg0='org.bluez'",
-      [this](sdbus::Message& m) { onOwnerChanged(m); }, sdbus::floating_slot);
-  bus_->enterEventLoopAsync();
-  if (auto objects = managedObjects(*bus_)) merge(*objects);
-  std::lock_guard lock(mutex_);
-  reportStateLocked();
+    bus.addMatch(
+        "type='signal',sender='org.freedesktop.DBus',member='NameOwnerChanged',arg0='org.bluez'",
+        [this](sdbus::Message& m) { onOwnerChanged(m); }, sdbus::floating_slot);
+    listObjects([listed] { listed->set_value(); });
+  });
+  // The first state is known before the central is handed out, unless
+  // BlueZ is too slow to answer; then it follows with its callback.
+  listed->get_future().wait_for(kListLimit);
+}
+
+// On the loop's thread.
+void Central::listObjects(std::function<void()> then) {
+  proxy("/")
+      .callMethodAsync("GetManagedObjects")
+      .onInterface(kObjectManager)
+      .withTimeout(kCallLimit)
+      .uponReplyInvoke([this, then](const sdbus::Error* error, ManagedObjects objects) {
+        if (!error) merge(objects);
+        {
+          std::lock_guard lock(mutex_);
+          reportStateLocked();
+        }
+        if (then) then();
+      });
 }
 
 void Central::merge(const ManagedObjects& objects) {
@@ -307,9 +330,8 @@ void Central::reportStateLocked() {
 }
 
 sdbus::IProxy& Central::proxy(const std::string& path) {
-  std::lock_guard lock(proxiesMutex_);
   auto& slot = proxies_[path];
-  if (!slot) slot = sdbus::createProxy(*bus_, kService, path);
+  if (!slot) slot = sdbus::createProxy(loop_->bus(), kService, path);
   return *slot;
 }
 
@@ -381,12 +403,11 @@ void Central::scanForPeripherals() {
     adapter = adapterPath(tree_);
   }
   if (adapter.empty()) return;
-  try {
+  loop_->post([this, adapter] {
     // InProgress (another client scanning) is fine: results arrive all the same.
     proxy(adapter).callMethodAsync("StartDiscovery").onInterface(kAdapter).uponReplyInvoke(
         [](const sdbus::Error*) {});
-  } catch (const sdbus::Error&) {
-  }
+  });
 }
 
 void Central::stopScan() {
@@ -398,11 +419,10 @@ void Central::stopScan() {
     adapter = adapterPath(tree_);
   }
   if (adapter.empty()) return;
-  try {
+  loop_->post([this, adapter] {
     proxy(adapter).callMethodAsync("StopDiscovery").onInterface(kAdapter).uponReplyInvoke(
         [](const sdbus::Error*) {});
-  } catch (const sdbus::Error&) {
-  }
+  });
 }
 
 void Central::connect(const std::shared_ptr<ble::Peripheral>& target) {
@@ -427,15 +447,17 @@ void Central::connect(const std::shared_ptr<ble::Peripheral>& target) {
       delegate.centralManager(*this, peripheral);
     });
   };
-  try {
-    proxy(peripheral->path())
-        .callMethodAsync("Connect")
-        .onInterface(kDevice)
-        .withTimeout(kConnectLimit)
-        .uponReplyInvoke(done);
-  } catch (const sdbus::Error& error) {
-    disconnected(peripheral, errorFrom(error));
-  }
+  loop_->post([this, peripheral, done] {
+    try {
+      proxy(peripheral->path())
+          .callMethodAsync("Connect")
+          .onInterface(kDevice)
+          .withTimeout(kConnectLimit)
+          .uponReplyInvoke(done);
+    } catch (const sdbus::Error& error) {
+      disconnected(peripheral, errorFrom(error));
+    }
+  });
 }
 
 void Central::cancelPeripheralConnection(const std::shared_ptr<ble::Peripheral>& target) {
@@ -446,18 +468,20 @@ void Central::cancelPeripheralConnection(const std::shared_ptr<ble::Peripheral>&
     if (peripheral->state_ == ble::PeripheralState::Disconnected) return;
     peripheral->state_ = ble::PeripheralState::Disconnecting;
   }
-  try {
-    proxy(peripheral->path())
-        .callMethodAsync("Disconnect")
-        .onInterface(kDevice)
-        .withTimeout(kCallLimit)
-        .uponReplyInvoke([this, peripheral](const sdbus::Error*) {
-          // Whatever BlueZ says, the link is given up.
-          disconnected(peripheral, std::nullopt);
-        });
-  } catch (const sdbus::Error&) {
-    disconnected(peripheral, std::nullopt);
-  }
+  loop_->post([this, peripheral] {
+    try {
+      proxy(peripheral->path())
+          .callMethodAsync("Disconnect")
+          .onInterface(kDevice)
+          .withTimeout(kCallLimit)
+          .uponReplyInvoke([this, peripheral](const sdbus::Error*) {
+            // Whatever BlueZ says, the link is given up.
+            disconnected(peripheral, std::nullopt);
+          });
+    } catch (const sdbus::Error&) {
+      disconnected(peripheral, std::nullopt);
+    }
+  });
 }
 
 // Reports a link's end once: a cancelled link without an error, a lost one
@@ -563,16 +587,18 @@ void Central::readValue(const std::shared_ptr<Peripheral>& peripheral,
                                                          failure ? &*failure : nullptr);
     });
   };
-  try {
-    proxy(characteristic->path())
-        .callMethodAsync("ReadValue")
-        .onInterface(kGattCharacteristic)
-        .withTimeout(kCallLimit)
-        .withArguments(Properties{})
-        .uponReplyInvoke(done);
-  } catch (const sdbus::Error& error) {
-    done(&error, {});
-  }
+  loop_->post([this, characteristic, done] {
+    try {
+      proxy(characteristic->path())
+          .callMethodAsync("ReadValue")
+          .onInterface(kGattCharacteristic)
+          .withTimeout(kCallLimit)
+          .withArguments(Properties{})
+          .uponReplyInvoke(done);
+    } catch (const sdbus::Error& error) {
+      done(&error, {});
+    }
+  });
 }
 
 void Central::writeValue(const std::shared_ptr<Peripheral>& peripheral,
@@ -591,27 +617,28 @@ void Central::writeValue(const std::shared_ptr<Peripheral>& peripheral,
                                                         failure ? &*failure : nullptr);
     });
   };
-  try {
-    proxy(characteristic->path())
-        .callMethodAsync("WriteValue")
-        .onInterface(kGattCharacteristic)
-        .withTimeout(kCallLimit)
-        .withArguments(data, options)
-        .uponReplyInvoke(done);
-  } catch (const sdbus::Error& error) {
-    done(&error);
-  }
+  loop_->post([this, characteristic, done, data = std::move(data), options] {
+    try {
+      proxy(characteristic->path())
+          .callMethodAsync("WriteValue")
+          .onInterface(kGattCharacteristic)
+          .withTimeout(kCallLimit)
+          .withArguments(data, options)
+          .uponReplyInvoke(done);
+    } catch (const sdbus::Error& error) {
+      done(&error);
+    }
+  });
 }
 
 void Central::setNotify(const std::shared_ptr<GattCharacteristic>& characteristic, bool enabled) {
-  try {
+  loop_->post([this, characteristic, enabled] {
     proxy(characteristic->path())
         .callMethodAsync(enabled ? "StartNotify" : "StopNotify")
         .onInterface(kGattCharacteristic)
         .withTimeout(kCallLimit)
         .uponReplyInvoke([](const sdbus::Error*) {});
-  } catch (const sdbus::Error&) {
-  }
+  });
 }
 
 // --- signals -----------------------------------------------------------------
@@ -741,20 +768,8 @@ void Central::onOwnerChanged(sdbus::Message& message) {
     }
     reportStateLocked();
   }
-  if (after.empty()) return;
-  try {
-    auto& root = proxy("/");
-    root.callMethodAsync("GetManagedObjects")
-        .onInterface(kObjectManager)
-        .withTimeout(kCallLimit)
-        .uponReplyInvoke([this](const sdbus::Error* error, ManagedObjects objects) {
-          if (error) return;
-          merge(objects);
-          std::lock_guard lock(mutex_);
-          reportStateLocked();
-        });
-  } catch (const sdbus::Error&) {
-  }
+  // On the loop's thread already: BlueZ's objects are listed anew.
+  if (!after.empty()) listObjects(nullptr);
 }
 
 }  // namespace

@@ -4,9 +4,11 @@
 
 #include <algorithm>
 #include <chrono>
+#include <future>
 
 #include "../../transport/socket_streams.hpp"
 #include "bluez_bus.hpp"
+#include "bus_loop.hpp"
 
 namespace orvante::platform::bluez {
 namespace {
@@ -15,6 +17,7 @@ using namespace std::chrono_literals;
 
 const char* const kProtocol = "com.issc.datapath";
 const char* const kProfilePath = "/org/orvante/serial_port";
+constexpr auto kListLimit = 5s;
 // Paging a printer and opening its RFCOMM channel can take several seconds.
 constexpr auto kConnectLimit = 30s;
 // BlueZ hands the socket over before ConnectProfile returns; a little slack
@@ -46,41 +49,53 @@ bool offersSerialPort(const Properties& device) {
   });
 }
 
+// The error a call ended with: empty on success, none when no reply came.
+using Outcome = std::optional<std::string>;
+
+Outcome waitFor(const std::shared_ptr<std::promise<std::string>>& reply,
+                std::chrono::seconds limit) {
+  auto future = reply->get_future();
+  if (future.wait_for(limit) != std::future_status::ready) return std::nullopt;
+  return future.get();
+}
+
 }  // namespace
 
 SerialAccessories::SerialAccessories() = default;
 
 SerialAccessories::~SerialAccessories() {
-  if (bus_) bus_->leaveEventLoop();
+  if (loop_) loop_->stop();
+  proxies_.clear();
   profile_.reset();
   for (const auto& [device, fd] : sockets_) ::close(fd);
 }
 
-sdbus::IConnection* SerialAccessories::bus() {
+sdbus::IProxy& SerialAccessories::proxy(const std::string& path) {
+  auto& slot = proxies_[path];
+  if (!slot) slot = sdbus::createProxy(loop_->bus(), kService, path);
+  return *slot;
+}
+
+BusLoop* SerialAccessories::loop() {
   std::lock_guard lock(mutex_);
-  if (!triedBus_) {
-    triedBus_ = true;
-    bus_ = connectSystemBus();
-    if (bus_) {
-      try {
-        profile_ = sdbus::createObject(*bus_, kProfilePath);
-        profile_->registerMethod("NewConnection")
-            .onInterface(kProfile)
-            .implementedAs([this](const sdbus::ObjectPath& device, sdbus::UnixFd fd,
-                                  const Properties&) { newConnection(device, fd.release()); });
-        profile_->registerMethod("RequestDisconnection")
-            .onInterface(kProfile)
-            .implementedAs([](const sdbus::ObjectPath&) {});
-        profile_->registerMethod("Release").onInterface(kProfile).implementedAs([] {});
-        profile_->finishRegistration();
-        bus_->enterEventLoopAsync();
-      } catch (const sdbus::Error&) {
-        profile_.reset();
-        bus_.reset();
-      }
-    }
-  }
-  return bus_.get();
+  if (triedBus_) return loop_.get();
+  triedBus_ = true;
+  auto bus = connectSystemBus();
+  if (!bus) return nullptr;
+  loop_ = std::make_unique<BusLoop>(std::move(bus));
+  loop_->post([this] {
+    profile_ = sdbus::createObject(loop_->bus(), kProfilePath);
+    profile_->registerMethod("NewConnection")
+        .onInterface(kProfile)
+        .implementedAs([this](const sdbus::ObjectPath& device, sdbus::UnixFd fd,
+                              const Properties&) { newConnection(device, fd.release()); });
+    profile_->registerMethod("RequestDisconnection")
+        .onInterface(kProfile)
+        .implementedAs([](const sdbus::ObjectPath&) {});
+    profile_->registerMethod("Release").onInterface(kProfile).implementedAs([] {});
+    profile_->finishRegistration();
+  });
+  return loop_.get();
 }
 
 void SerialAccessories::newConnection(const std::string& device, int fd) {
@@ -98,17 +113,21 @@ bool SerialAccessories::registerProfile() {
     std::lock_guard lock(mutex_);
     if (registered_) return true;
   }
-  try {
-    auto manager = sdbus::createProxy(*bus_, kService, "/org/bluez");
+  auto reply = std::make_shared<std::promise<std::string>>();
+  loop_->post([this, reply] {
     Properties options{{"Role", sdbus::Variant(std::string("client"))},
                        {"Name", sdbus::Variant(std::string("Orvante serial port"))}};
-    manager->callMethod("RegisterProfile")
+    proxy("/org/bluez")
+        .callMethodAsync("RegisterProfile")
         .onInterface(kProfileManager)
         .withTimeout(kConnectLimit)
-        .withArguments(sdbus::ObjectPath(kProfilePath), std::string(kSerialPortUuid), options);
-  } catch (const sdbus::Error& error) {
-    if (error.getName() != "org.bluez.Error.AlreadyExists") return false;
-  }
+        .withArguments(sdbus::ObjectPath(kProfilePath), std::string(kSerialPortUuid), options)
+        .uponReplyInvoke([reply](const sdbus::Error* error) {
+          reply->set_value(error ? error->getName() : "");
+        });
+  });
+  const auto outcome = waitFor(reply, kConnectLimit);
+  if (!outcome || (!outcome->empty() && *outcome != "org.bluez.Error.AlreadyExists")) return false;
   std::lock_guard lock(mutex_);
   registered_ = true;
   return true;
@@ -116,9 +135,20 @@ bool SerialAccessories::registerProfile() {
 
 std::vector<std::shared_ptr<Accessory>> SerialAccessories::connectedAccessories() {
   std::vector<std::shared_ptr<Accessory>> printers;
-  auto* connection = bus();
-  if (!connection) return printers;
-  const auto objects = managedObjects(*connection);
+  if (!loop()) return printers;
+  auto reply = std::make_shared<std::promise<std::optional<ManagedObjects>>>();
+  loop_->post([this, reply] {
+    proxy("/")
+        .callMethodAsync("GetManagedObjects")
+        .onInterface(kObjectManager)
+        .withTimeout(kListLimit)
+        .uponReplyInvoke([reply](const sdbus::Error* error, ManagedObjects objects) {
+          reply->set_value(error ? std::nullopt : std::optional(std::move(objects)));
+        });
+  });
+  auto future = reply->get_future();
+  if (future.wait_for(kListLimit + 1s) != std::future_status::ready) return printers;
+  const auto objects = future.get();
   if (!objects) return printers;
   for (const auto& [path, interfaces] : *objects) {
     auto device = interfaces.find(kDevice);
@@ -138,7 +168,7 @@ std::vector<std::shared_ptr<Accessory>> SerialAccessories::connectedAccessories(
 std::shared_ptr<AccessorySession> SerialAccessories::openSession(
     const std::shared_ptr<Accessory>& accessory, const std::string& protocol) {
   auto printer = std::dynamic_pointer_cast<SerialPrinter>(accessory);
-  if (!printer || protocol != kProtocol || !bus() || !registerProfile()) return nullptr;
+  if (!printer || protocol != kProtocol || !loop() || !registerProfile()) return nullptr;
   {
     // A socket left from an earlier connection is stale.
     std::lock_guard lock(mutex_);
@@ -147,15 +177,19 @@ std::shared_ptr<AccessorySession> SerialAccessories::openSession(
       sockets_.erase(old);
     }
   }
-  try {
-    auto device = sdbus::createProxy(*bus_, kService, printer->path());
-    device->callMethod("ConnectProfile")
+  auto reply = std::make_shared<std::promise<std::string>>();
+  loop_->post([this, reply, path = printer->path()] {
+    proxy(path)
+        .callMethodAsync("ConnectProfile")
         .onInterface(kDevice)
         .withTimeout(kConnectLimit)
-        .withArguments(std::string(kSerialPortUuid));
-  } catch (const sdbus::Error&) {
-    return nullptr;
-  }
+        .withArguments(std::string(kSerialPortUuid))
+        .uponReplyInvoke([reply](const sdbus::Error* error) {
+          reply->set_value(error ? error->getName() : "");
+        });
+  });
+  const auto outcome = waitFor(reply, kConnectLimit + 1s);
+  if (!outcome || !outcome->empty()) return nullptr;
   std::unique_lock lock(mutex_);
   if (!arrived_.wait_for(lock, kHandOverLimit, [&] { return sockets_.count(printer->path()); })) {
     return nullptr;

@@ -12,11 +12,13 @@
 #include <orvante/platform/accessory.hpp>
 
 namespace sdbus {
-class IConnection;
 class IObject;
+class IProxy;
 }  // namespace sdbus
 
 namespace orvante::platform::bluez {
+
+class BusLoop;
 
 class SerialAccessories final : public AccessoryManager {
  public:
@@ -30,14 +32,17 @@ class SerialAccessories final : public AccessoryManager {
 
  private:
   // The bus with our profile on it, made on first use; null without a bus.
-  sdbus::IConnection* bus();
+  BusLoop* loop();
   bool registerProfile();
   void newConnection(const std::string& device, int fd);
+  // On the loop's thread.
+  sdbus::IProxy& proxy(const std::string& path);
 
   std::mutex mutex_;
   std::condition_variable arrived_;
-  std::unique_ptr<sdbus::IConnection> bus_;
+  std::unique_ptr<BusLoop> loop_;
   std::unique_ptr<sdbus::IObject> profile_;
+  std::map<std::string, std::unique_ptr<sdbus::IProxy>> proxies_;
   bool triedBus_ = false;
   bool registered_ = false;
   // Sockets BlueZ handed over, by device path, not yet taken by a session.

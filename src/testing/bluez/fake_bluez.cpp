@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <future>
 
 namespace orvante::testing {
 namespace {
@@ -40,13 +41,18 @@ struct FakeBluez::Device {
 };
 
 FakeBluez::FakeBluez(const std::string& busAddress)
-    : bus_(sdbus::createSessionBusConnectionWithAddress(busAddress)),
-      worker_(std::make_unique<transport::SerialQueue>("fake bluez")) {
-  bus_->requestName("org.bluez");
-  // sd-bus answers GetManagedObjects from the objects exported below.
-  bus_->addObjectManager("/", sdbus::floating_slot);
+    : loop_(std::make_unique<platform::bluez::BusLoop>(
+          sdbus::createSessionBusConnectionWithAddress(busAddress))) {
+  onLoop([this] { start(); });
+}
 
-  manager_ = sdbus::createObject(*bus_, "/org/bluez");
+void FakeBluez::start() {
+  auto& bus = loop_->bus();
+  bus.requestName("org.bluez");
+  // sd-bus answers GetManagedObjects from the objects exported below.
+  bus.addObjectManager("/", sdbus::floating_slot);
+
+  manager_ = sdbus::createObject(bus, "/org/bluez");
   manager_->registerMethod("RegisterProfile")
       .onInterface(kProfileManager)
       .implementedAs([this](const sdbus::ObjectPath& path, const std::string&, const Properties&) {
@@ -71,12 +77,32 @@ FakeBluez::FakeBluez(const std::string& busAddress)
                   {"Powered", sdbus::Variant(true)},
                   {"Discovering", sdbus::Variant(false)}}}},
                true);
-  bus_->enterEventLoopAsync();
 }
 
 FakeBluez::~FakeBluez() {
-  worker_.reset();
-  bus_->leaveEventLoop();
+  // The bus objects go before the connection, with no handler running.
+  loop_->stop();
+  profileClient_.reset();
+  exported_.clear();
+  manager_.reset();
+}
+
+// Runs the task on the bus's thread, where every use of the bus happens.
+void FakeBluez::onLoop(const std::function<void()>& task) {
+  if (loop_->isCurrent()) {
+    task();
+    return;
+  }
+  std::promise<void> done;
+  loop_->post([&] {
+    try {
+      task();
+      done.set_value();
+    } catch (...) {
+      done.set_exception(std::current_exception());
+    }
+  });
+  done.get_future().get();
 }
 
 FakeBluez::Device& FakeBluez::device(const std::string& path) {
@@ -129,7 +155,7 @@ void expose(sdbus::IObject& object, const std::string& interface, const std::str
 void FakeBluez::publish(const std::string& path) {
   std::lock_guard lock(mutex_);
   if (exported_.count(path)) return;
-  exported_[path] = sdbus::createObject(*bus_, path);
+  exported_[path] = sdbus::createObject(loop_->bus(), path);
   auto& object = *exported_[path];
   const auto& interfaces = objects_.at(path);
   for (const auto& [interface, properties] : interfaces) {
@@ -171,7 +197,7 @@ void FakeBluez::registerAdapter(const std::string& path) {
     discovering_ = true;
     setProperty(kAdapterPath, kAdapter, "Discovering", sdbus::Variant(true));
     // Printers in range show up once the radio listens, after the reply.
-    worker_->post([this] {
+    loop_->post([this] {
       std::lock_guard lock(mutex_);
       for (const auto& later : laterDevices_) {
         std::vector<std::string> paths;
@@ -199,7 +225,7 @@ void FakeBluez::registerDevice(const std::string& path) {
     ++device(path).connects;
     setProperty(path, kDevice, "Connected", sdbus::Variant(true));
     // BlueZ resolves the services after the link is up.
-    worker_->post([this, path] {
+    loop_->post([this, path] {
       std::lock_guard lock(mutex_);
       if (objects_.count(path)) setProperty(path, kDevice, "ServicesResolved", sdbus::Variant(true));
     });
@@ -252,7 +278,7 @@ void FakeBluez::registerCharacteristic(const std::string& path) {
           responder = responder_;
         }
         if (responder) {
-          worker_->post([this, responder, owner, data] { responder(*this, owner, data); });
+          loop_->post([this, responder, owner, data] { responder(*this, owner, data); });
         }
       });
   object.registerMethod("StartNotify").onInterface(kGattCharacteristic).implementedAs([this, path] {
@@ -286,13 +312,15 @@ void FakeBluez::connectProfile(const std::string& path) {
     std::lock_guard lock(mutex_);
     serialPeer_ = peer;
   }
-  // As BlueZ does: the socket reaches the profile before ConnectProfile returns.
+  // BlueZ hands the socket over before ConnectProfile returns; here it
+  // follows the reply at once, which a client must take as well.
   sdbus::UnixFd handed(ends[0], sdbus::adopt_fd);
-  auto client = sdbus::createProxy(*bus_, owner, profile);
-  client->callMethod("NewConnection")
+  profileClient_ = sdbus::createProxy(loop_->bus(), owner, profile);
+  profileClient_->callMethodAsync("NewConnection")
       .onInterface("org.bluez.Profile1")
       .withTimeout(std::chrono::seconds(10))
-      .withArguments(sdbus::ObjectPath(path), handed, Properties{});
+      .withArguments(sdbus::ObjectPath(path), handed, Properties{})
+      .uponReplyInvoke([](const sdbus::Error*) {});
 }
 
 void FakeBluez::setProperty(const std::string& path, const std::string& interface,
@@ -306,6 +334,11 @@ void FakeBluez::setProperty(const std::string& path, const std::string& interfac
 
 std::string FakeBluez::addPrinter(const std::string& address, std::optional<std::string> name,
                                   const std::string& manufacturer, bool knownAtStart) {
+  if (!loop_->isCurrent()) {
+    std::string made;
+    onLoop([&] { made = addPrinter(address, name, manufacturer, knownAtStart); });
+    return made;
+  }
   const auto path = devicePath(address);
   Properties properties{{"Address", text(address)},
                         {"Adapter", sdbus::Variant(sdbus::ObjectPath(kAdapterPath))},
@@ -352,6 +385,11 @@ std::string FakeBluez::addPrinter(const std::string& address, std::optional<std:
 
 std::string FakeBluez::addSerialPrinter(const std::string& address, const std::string& alias,
                                         bool paired) {
+  if (!loop_->isCurrent()) {
+    std::string made;
+    onLoop([&] { made = addSerialPrinter(address, alias, paired); });
+    return made;
+  }
   const auto path = devicePath(address);
   exportObject(path,
                {{kDevice,
@@ -368,6 +406,7 @@ std::string FakeBluez::addSerialPrinter(const std::string& address, const std::s
 }
 
 void FakeBluez::setPowered(bool powered) {
+  if (!loop_->isCurrent()) return onLoop([&] { setPowered(powered); });
   std::lock_guard lock(mutex_);
   if (!powered) {
     for (const auto& [path, interfaces] : objects_) {
@@ -378,6 +417,7 @@ void FakeBluez::setPowered(bool powered) {
 }
 
 void FakeBluez::notify(const std::string& path, Bytes value) {
+  if (!loop_->isCurrent()) return onLoop([&] { notify(path, value); });
   std::lock_guard lock(mutex_);
   if (!device(path).notifying) return;
   setProperty(path + "/service0010/char0011", kGattCharacteristic, "Value", sdbus::Variant(value));
@@ -389,6 +429,7 @@ void FakeBluez::setValue(const std::string& path, Bytes value) {
 }
 
 void FakeBluez::dropConnection(const std::string& path) {
+  if (!loop_->isCurrent()) return onLoop([&] { dropConnection(path); });
   std::lock_guard lock(mutex_);
   auto& state = objects_[path][kDevice];
   if (!state.count("Connected") || !state["Connected"].get<bool>()) return;
@@ -400,6 +441,7 @@ void FakeBluez::dropConnection(const std::string& path) {
 // The objects stay registered, since a client's call may be running in
 // them; clients are told they are gone and calls on them fail.
 void FakeBluez::removeDevice(const std::string& path) {
+  if (!loop_->isCurrent()) return onLoop([&] { removeDevice(path); });
   std::lock_guard lock(mutex_);
   for (auto it = objects_.begin(); it != objects_.end();) {
     if (it->first == path || it->first.rfind(path + "/", 0) == 0) {

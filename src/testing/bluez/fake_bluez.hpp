@@ -16,8 +16,8 @@
 #include <orvante/bytes.hpp>
 #include <sdbus-c++/sdbus-c++.h>
 
+#include "platform/bluez/bus_loop.hpp"
 #include "transport/fakes/printer_peer.hpp"
-#include "transport/serial_queue.hpp"
 
 namespace orvante::testing {
 
@@ -27,7 +27,7 @@ class FakeBluez {
     Bytes data;
     std::string type;  // the "type" option as sent: "request" or "command"
   };
-  // Called on the fake's worker thread with each write to a printer's
+  // Called on the fake's bus thread, after the write's reply, with each write to a printer's
   // write characteristic.
   using Responder = std::function<void(FakeBluez& bluez, const std::string& device, ByteView data)>;
 
@@ -75,6 +75,8 @@ class FakeBluez {
   using Interfaces = std::map<std::string, Properties>;
 
   // Keeps the object; puts it on the bus now when visible.
+  void start();
+  void onLoop(const std::function<void()>& task);
   void exportObject(const std::string& path, Interfaces interfaces, bool visible);
   void publish(const std::string& path);
   void registerAdapter(const std::string& path);
@@ -87,7 +89,8 @@ class FakeBluez {
   void registerCharacteristic(const std::string& path);
   void connectProfile(const std::string& device);
 
-  std::unique_ptr<sdbus::IConnection> bus_;
+  // Owns the connection; every use of it happens on its thread.
+  std::unique_ptr<platform::bluez::BusLoop> loop_;
   mutable std::recursive_mutex mutex_;
   std::map<std::string, Interfaces> objects_;
   std::map<std::string, std::unique_ptr<sdbus::IObject>> exported_;
@@ -99,8 +102,7 @@ class FakeBluez {
   std::shared_ptr<fakes::PrinterPeer> serialPeer_;
   std::string profileOwner_, profilePath_;
   bool discovering_ = false;
-  // Replies go first and the effects they announce after, as in BlueZ.
-  std::unique_ptr<transport::SerialQueue> worker_;
+  std::unique_ptr<sdbus::IProxy> profileClient_;
 };
 
 }  // namespace orvante::testing

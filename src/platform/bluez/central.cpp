@@ -37,7 +37,7 @@ ble::Error errorFrom(const sdbus::Error& error) {
   return {code, error.getMessage().empty() ? name : error.getMessage()};
 }
 
-const ble::Error kLostConnection{7, "The specified device has disconnected from us."};
+const ble::Error kLostConnection{7, "The peripheral disconnected."};
 
 Bytes bytesOf(const Properties& properties, const std::string& name) {
   return property<std::vector<std::uint8_t>>(properties, name).value_or(Bytes{});
@@ -539,23 +539,24 @@ std::vector<std::shared_ptr<GattService>> Central::servicesLocked(
 }
 
 void Central::discoverServices(const std::shared_ptr<Peripheral>& peripheral) {
-  bool resolved;
+  bool resolved, connected;
   {
+    // Under the tree's lock, so a ServicesResolved signal either is seen
+    // here or finds the request in place.
     std::lock_guard lock(mutex_);
     auto device = tree_.find(peripheral->path());
     resolved = device != tree_.end() && device->second.count(kDevice) &&
                property<bool>(device->second.at(kDevice), "ServicesResolved").value_or(false);
+    std::lock_guard peripheralLock(peripheral->mutex_);
+    connected = peripheral->state_ == ble::PeripheralState::Connected;
+    if (connected) peripheral->servicesWanted_ = !resolved;
   }
-  {
-    std::lock_guard lock(peripheral->mutex_);
-    if (peripheral->state_ != ble::PeripheralState::Connected) {
-      post(peripheral, [](auto& delegate, const auto& self) {
-        const ble::Error error{3, "The device is not connected."};
-        delegate.peripheral(self, &error);
-      });
-      return;
-    }
-    peripheral->servicesWanted_ = !resolved;
+  if (!connected) {
+    post(peripheral, [](auto& delegate, const auto& self) {
+      const ble::Error error{3, "The device is not connected."};
+      delegate.peripheral(self, &error);
+    });
+    return;
   }
   if (resolved) servicesResolved(peripheral);
 }

@@ -56,7 +56,6 @@ void FakeBluez::start() {
   manager_->registerMethod("RegisterProfile")
       .onInterface(kProfileManager)
       .implementedAs([this](const sdbus::ObjectPath& path, const std::string&, const Properties&) {
-        std::lock_guard lock(mutex_);
         if (!profileOwner_.empty()) {
           throw sdbus::Error("org.bluez.Error.AlreadyExists", "Already Exists");
         }
@@ -66,7 +65,6 @@ void FakeBluez::start() {
   manager_->registerMethod("UnregisterProfile")
       .onInterface(kProfileManager)
       .implementedAs([this](const sdbus::ObjectPath&) {
-        std::lock_guard lock(mutex_);
         profileOwner_.clear();
       });
   manager_->finishRegistration();
@@ -88,7 +86,7 @@ FakeBluez::~FakeBluez() {
 }
 
 // Runs the task on the bus's thread, where every use of the bus happens.
-void FakeBluez::onLoop(const std::function<void()>& task) {
+void FakeBluez::onLoop(const std::function<void()>& task) const {
   if (loop_->isCurrent()) {
     task();
     return;
@@ -106,14 +104,12 @@ void FakeBluez::onLoop(const std::function<void()>& task) {
 }
 
 FakeBluez::Device& FakeBluez::device(const std::string& path) {
-  std::lock_guard lock(mutex_);
   auto& slot = devices_[path];
   if (!slot) slot = std::make_unique<Device>();
   return *slot;
 }
 
 void FakeBluez::throwIfFailing(const std::string& path, const std::string& method) {
-  std::lock_guard lock(mutex_);
   if (!objects_.count(path)) {
     throw sdbus::Error("org.freedesktop.DBus.Error.UnknownObject", "Unknown object " + path);
   }
@@ -130,7 +126,6 @@ std::string FakeBluez::characteristicDevice(const std::string& path) const {
 }
 
 void FakeBluez::exportObject(const std::string& path, Interfaces interfaces, bool visible) {
-  std::lock_guard lock(mutex_);
   objects_[path] = std::move(interfaces);
   if (visible) publish(path);
 }
@@ -153,7 +148,6 @@ void expose(sdbus::IObject& object, const std::string& interface, const std::str
 // Puts the object on the bus with its methods and properties, and tells
 // clients it was added.
 void FakeBluez::publish(const std::string& path) {
-  std::lock_guard lock(mutex_);
   if (exported_.count(path)) return;
   exported_[path] = sdbus::createObject(loop_->bus(), path);
   auto& object = *exported_[path];
@@ -162,7 +156,8 @@ void FakeBluez::publish(const std::string& path) {
     for (const auto& [name, value] : properties) {
       Lookup lookup = [this, path, interface = interface,
                        name = name]() -> std::optional<sdbus::Variant> {
-        std::lock_guard lock(mutex_);
+        // The model changes on this thread only, and sd-bus calls getters
+        // under its own lock, so taking ours here would invert the order.
         auto o = objects_.find(path);
         if (o == objects_.end()) return std::nullopt;
         auto i = o->second.find(interface);
@@ -190,7 +185,6 @@ void FakeBluez::publish(const std::string& path) {
 void FakeBluez::registerAdapter(const std::string& path) {
   auto& adapter = *exported_[path];
   adapter.registerMethod("StartDiscovery").onInterface(kAdapter).implementedAs([this] {
-    std::lock_guard lock(mutex_);
     if (discovering_) {
       throw sdbus::Error("org.bluez.Error.InProgress", "Operation already in progress");
     }
@@ -198,7 +192,6 @@ void FakeBluez::registerAdapter(const std::string& path) {
     setProperty(kAdapterPath, kAdapter, "Discovering", sdbus::Variant(true));
     // Printers in range show up once the radio listens, after the reply.
     loop_->post([this] {
-      std::lock_guard lock(mutex_);
       for (const auto& later : laterDevices_) {
         std::vector<std::string> paths;
         for (const auto& [path, interfaces] : objects_) {
@@ -210,7 +203,6 @@ void FakeBluez::registerAdapter(const std::string& path) {
     });
   });
   adapter.registerMethod("StopDiscovery").onInterface(kAdapter).implementedAs([this] {
-    std::lock_guard lock(mutex_);
     if (!discovering_) throw sdbus::Error("org.bluez.Error.Failed", "No discovery started");
     discovering_ = false;
     setProperty(kAdapterPath, kAdapter, "Discovering", sdbus::Variant(false));
@@ -221,12 +213,10 @@ void FakeBluez::registerDevice(const std::string& path) {
   auto& object = *exported_[path];
   object.registerMethod("Connect").onInterface(kDevice).implementedAs([this, path] {
     throwIfFailing(path, "Connect");
-    std::lock_guard lock(mutex_);
     ++device(path).connects;
     setProperty(path, kDevice, "Connected", sdbus::Variant(true));
     // BlueZ resolves the services after the link is up.
     loop_->post([this, path] {
-      std::lock_guard lock(mutex_);
       if (objects_.count(path)) setProperty(path, kDevice, "ServicesResolved", sdbus::Variant(true));
     });
   });
@@ -250,7 +240,6 @@ void FakeBluez::registerCharacteristic(const std::string& path) {
       .implementedAs([this, path](const Properties&) {
         const auto owner = characteristicDevice(path);
         throwIfFailing(owner, "ReadValue");
-        std::lock_guard lock(mutex_);
         auto& properties = objects_[path][kGattCharacteristic];
         ++device(owner).reads;
         if (!properties.count("Value")) return std::vector<std::uint8_t>{};
@@ -267,7 +256,6 @@ void FakeBluez::registerCharacteristic(const std::string& path) {
         throwIfFailing(owner, "WriteValue");
         Responder responder;
         {
-          std::lock_guard lock(mutex_);
           auto& state = objects_[owner][kDevice];
           if (!state["Connected"].get<bool>()) {
             throw sdbus::Error("org.bluez.Error.NotConnected", "Not Connected");
@@ -284,11 +272,9 @@ void FakeBluez::registerCharacteristic(const std::string& path) {
   object.registerMethod("StartNotify").onInterface(kGattCharacteristic).implementedAs([this, path] {
     const auto owner = characteristicDevice(path);
     throwIfFailing(owner, "StartNotify");
-    std::lock_guard lock(mutex_);
     device(owner).notifying = true;
   });
   object.registerMethod("StopNotify").onInterface(kGattCharacteristic).implementedAs([this, path] {
-    std::lock_guard lock(mutex_);
     device(characteristicDevice(path)).notifying = false;
   });
 }
@@ -297,7 +283,6 @@ void FakeBluez::connectProfile(const std::string& path) {
   std::string owner, profile;
   fakes::PrinterPeer::Responder responder;
   {
-    std::lock_guard lock(mutex_);
     owner = profileOwner_;
     profile = profilePath_;
     responder = serialResponder_;
@@ -309,7 +294,6 @@ void FakeBluez::connectProfile(const std::string& path) {
   }
   auto peer = std::make_shared<fakes::PrinterPeer>(ends[1], std::move(responder));
   {
-    std::lock_guard lock(mutex_);
     serialPeer_ = peer;
   }
   // BlueZ hands the socket over before ConnectProfile returns; here it
@@ -325,7 +309,6 @@ void FakeBluez::connectProfile(const std::string& path) {
 
 void FakeBluez::setProperty(const std::string& path, const std::string& interface,
                             const std::string& name, const sdbus::Variant& value) {
-  std::lock_guard lock(mutex_);
   objects_[path][interface][name] = value;
   if (auto object = exported_.find(path); object != exported_.end()) {
     object->second->emitPropertiesChangedSignal(interface, {name});
@@ -349,7 +332,6 @@ std::string FakeBluez::addPrinter(const std::string& address, std::optional<std:
                         {"RSSI", sdbus::Variant(std::int16_t{-58})},
                         {"UUIDs", sdbus::Variant(std::vector<std::string>{kSerialService})}};
   if (name) properties["Name"] = text(*name);
-  std::lock_guard lock(mutex_);
   // A printer not yet heard is put on the bus once a discovery starts.
   if (!knownAtStart) laterDevices_.push_back(path);
   exportObject(path, {{kDevice, properties}}, knownAtStart);
@@ -407,7 +389,6 @@ std::string FakeBluez::addSerialPrinter(const std::string& address, const std::s
 
 void FakeBluez::setPowered(bool powered) {
   if (!loop_->isCurrent()) return onLoop([&] { setPowered(powered); });
-  std::lock_guard lock(mutex_);
   if (!powered) {
     for (const auto& [path, interfaces] : objects_) {
       if (interfaces.count(kDevice) && exported_.count(path)) dropConnection(path);
@@ -418,19 +399,17 @@ void FakeBluez::setPowered(bool powered) {
 
 void FakeBluez::notify(const std::string& path, Bytes value) {
   if (!loop_->isCurrent()) return onLoop([&] { notify(path, value); });
-  std::lock_guard lock(mutex_);
   if (!device(path).notifying) return;
   setProperty(path + "/service0010/char0011", kGattCharacteristic, "Value", sdbus::Variant(value));
 }
 
 void FakeBluez::setValue(const std::string& path, Bytes value) {
-  std::lock_guard lock(mutex_);
+  if (!loop_->isCurrent()) return onLoop([&] { setValue(path, value); });
   objects_[path + "/service0010/char0011"][kGattCharacteristic]["Value"] = sdbus::Variant(value);
 }
 
 void FakeBluez::dropConnection(const std::string& path) {
   if (!loop_->isCurrent()) return onLoop([&] { dropConnection(path); });
-  std::lock_guard lock(mutex_);
   auto& state = objects_[path][kDevice];
   if (!state.count("Connected") || !state["Connected"].get<bool>()) return;
   device(path).notifying = false;
@@ -442,7 +421,6 @@ void FakeBluez::dropConnection(const std::string& path) {
 // them; clients are told they are gone and calls on them fail.
 void FakeBluez::removeDevice(const std::string& path) {
   if (!loop_->isCurrent()) return onLoop([&] { removeDevice(path); });
-  std::lock_guard lock(mutex_);
   for (auto it = objects_.begin(); it != objects_.end();) {
     if (it->first == path || it->first.rfind(path + "/", 0) == 0) {
       if (auto object = exported_.find(it->first); object != exported_.end()) {
@@ -456,52 +434,76 @@ void FakeBluez::removeDevice(const std::string& path) {
 }
 
 void FakeBluez::setResponder(Responder responder) {
-  std::lock_guard lock(mutex_);
+  if (!loop_->isCurrent()) return onLoop([&] { setResponder(responder); });
   responder_ = std::move(responder);
 }
 
 void FakeBluez::setSerialResponder(fakes::PrinterPeer::Responder responder) {
-  std::lock_guard lock(mutex_);
+  if (!loop_->isCurrent()) return onLoop([&] { setSerialResponder(responder); });
   serialResponder_ = std::move(responder);
 }
 
 void FakeBluez::failMethod(const std::string& path, const std::string& method,
                            std::string errorName) {
-  std::lock_guard lock(mutex_);
+  if (!loop_->isCurrent()) return onLoop([&] { failMethod(path, method, errorName); });
   device(path).failing[method] = std::move(errorName);
 }
 
 std::vector<FakeBluez::Write> FakeBluez::writes(const std::string& path) const {
-  std::lock_guard lock(mutex_);
+  if (!loop_->isCurrent()) {
+    std::vector<Write> result;
+    onLoop([&] { result = writes(path); });
+    return result;
+  }
   auto found = devices_.find(path);
   return found == devices_.end() ? std::vector<Write>{} : found->second->writes;
 }
 
 bool FakeBluez::notifying(const std::string& path) const {
-  std::lock_guard lock(mutex_);
+  if (!loop_->isCurrent()) {
+    bool result;
+    onLoop([&] { result = notifying(path); });
+    return result;
+  }
   auto found = devices_.find(path);
   return found != devices_.end() && found->second->notifying;
 }
 
 bool FakeBluez::discovering() const {
-  std::lock_guard lock(mutex_);
+  if (!loop_->isCurrent()) {
+    bool result;
+    onLoop([&] { result = discovering(); });
+    return result;
+  }
   return discovering_;
 }
 
 int FakeBluez::connects(const std::string& path) const {
-  std::lock_guard lock(mutex_);
+  if (!loop_->isCurrent()) {
+    int result;
+    onLoop([&] { result = connects(path); });
+    return result;
+  }
   auto found = devices_.find(path);
   return found == devices_.end() ? 0 : found->second->connects;
 }
 
 int FakeBluez::reads(const std::string& path) const {
-  std::lock_guard lock(mutex_);
+  if (!loop_->isCurrent()) {
+    int result;
+    onLoop([&] { result = reads(path); });
+    return result;
+  }
   auto found = devices_.find(path);
   return found == devices_.end() ? 0 : found->second->reads;
 }
 
 std::shared_ptr<fakes::PrinterPeer> FakeBluez::serialPeer() const {
-  std::lock_guard lock(mutex_);
+  if (!loop_->isCurrent()) {
+    std::shared_ptr<fakes::PrinterPeer> result;
+    onLoop([&] { result = serialPeer(); });
+    return result;
+  }
   return serialPeer_;
 }
 

@@ -76,7 +76,8 @@ class FakeBluez {
 
   // Keeps the object; puts it on the bus now when visible.
   void start();
-  void onLoop(const std::function<void()>& task);
+  // Runs the task on the bus thread, which alone touches the state below.
+  void onLoop(const std::function<void()>& task) const;
   void exportObject(const std::string& path, Interfaces interfaces, bool visible);
   void publish(const std::string& path);
   void registerAdapter(const std::string& path);
@@ -91,7 +92,6 @@ class FakeBluez {
 
   // Owns the connection; every use of it happens on its thread.
   std::unique_ptr<platform::bluez::BusLoop> loop_;
-  mutable std::recursive_mutex mutex_;
   std::map<std::string, Interfaces> objects_;
   std::map<std::string, std::unique_ptr<sdbus::IObject>> exported_;
   std::unique_ptr<sdbus::IObject> manager_;

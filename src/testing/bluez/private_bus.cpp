@@ -2,7 +2,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
-#include <spawn.h>
+#include <sys/prctl.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -13,8 +13,6 @@
 #include <fstream>
 #include <stdexcept>
 #include <thread>
-
-extern char** environ;
 
 namespace orvante::testing {
 
@@ -45,15 +43,18 @@ PrivateBus::PrivateBus() {
   const std::string configArgument = "--config-file=" + config;
   const char* argv[] = {"dbus-daemon", configArgument.c_str(), "--nofork", "--nopidfile",
                         nullptr};
-  // The daemon's complaints (it cannot raise its file limit unprivileged)
-  // stay out of the test output.
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
-  const int spawned = ::posix_spawnp(&pid_, "dbus-daemon", &actions, nullptr,
-                                     const_cast<char**>(argv), environ);
-  posix_spawn_file_actions_destroy(&actions);
-  if (spawned != 0) throw std::runtime_error("dbus-daemon could not be started");
+  pid_ = ::fork();
+  if (pid_ < 0) throw std::runtime_error("dbus-daemon could not be started");
+  if (pid_ == 0) {
+    // The daemon ends with the test process, even one killed on a timeout,
+    // and its complaints (it cannot raise its file limit unprivileged) stay
+    // out of the test output.
+    ::prctl(PR_SET_PDEATHSIG, SIGTERM);
+    const int quiet = ::open("/dev/null", O_WRONLY);
+    if (quiet >= 0) ::dup2(quiet, 2);
+    ::execvp("dbus-daemon", const_cast<char**>(argv));
+    ::_exit(127);
+  }
   address_ = "unix:path=" + socket;
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
   struct stat info;

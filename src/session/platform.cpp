@@ -1,7 +1,8 @@
 #include <orvante/platform/platform.hpp>
 
+#include "../platform/bluez/central.hpp"
+#include "../platform/bluez/serial_accessories.hpp"
 #include "../transport/socket_streams.hpp"
-#include "../transport/unavailable_services.hpp"
 
 namespace orvante {
 
@@ -9,8 +10,9 @@ Platform Platform::system() {
   static const Platform services{
       std::make_shared<SystemClock>(),
       std::make_shared<transport::SocketStreamFactory>(),
-      std::make_shared<transport::NoAccessories>(),
-      std::make_shared<transport::NoBleAdapter>(),
+      // Both reach BlueZ on first use and stand in for nothing without it.
+      std::make_shared<platform::bluez::SerialAccessories>(),
+      std::make_shared<platform::bluez::BluezCentralFactory>(),
   };
   return services;
 }

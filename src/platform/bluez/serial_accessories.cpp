@@ -1,0 +1,204 @@
+#include "serial_accessories.hpp"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <future>
+
+#include "../../transport/socket_streams.hpp"
+#include "bluez_bus.hpp"
+#include "bus_loop.hpp"
+
+namespace orvante::platform::bluez {
+namespace {
+
+using namespace std::chrono_literals;
+
+const char* const kProtocol = "com.issc.datapath";
+const char* const kProfilePath = "/org/orvante/serial_port";
+constexpr auto kListLimit = 5s;
+// Paging a printer and opening its RFCOMM channel can take several seconds.
+constexpr auto kConnectLimit = 30s;
+// BlueZ hands the socket over before ConnectProfile returns; a little slack
+// covers a daemon that answers first.
+constexpr auto kHandOverLimit = 2s;
+
+class SerialPrinter final : public Accessory {
+ public:
+  SerialPrinter(std::string path, std::string name, std::string address)
+      : path_(std::move(path)), name_(std::move(name)), address_(std::move(address)) {}
+  std::vector<std::string> protocolStrings() const override { return {kProtocol}; }
+  std::string name() const override { return name_; }
+  std::optional<std::string> valueForKey(const std::string& key) const override {
+    if (key == "macAddress") return address_;
+    return std::nullopt;
+  }
+  const std::string& path() const { return path_; }
+
+ private:
+  const std::string path_, name_, address_;
+};
+
+bool offersSerialPort(const Properties& device) {
+  const auto uuids = property<std::vector<std::string>>(device, "UUIDs").value_or(
+      std::vector<std::string>{});
+  return std::any_of(uuids.begin(), uuids.end(), [](std::string uuid) {
+    std::transform(uuid.begin(), uuid.end(), uuid.begin(), ::tolower);
+    return uuid == kSerialPortUuid;
+  });
+}
+
+// The error a call ended with: empty on success, none when no reply came.
+using Outcome = std::optional<std::string>;
+
+Outcome waitFor(const std::shared_ptr<std::promise<std::string>>& reply,
+                std::chrono::seconds limit) {
+  auto future = reply->get_future();
+  if (future.wait_for(limit) != std::future_status::ready) return std::nullopt;
+  return future.get();
+}
+
+}  // namespace
+
+SerialAccessories::SerialAccessories() = default;
+
+SerialAccessories::~SerialAccessories() {
+  if (loop_) loop_->stop();
+  proxies_.clear();
+  profile_.reset();
+  for (const auto& [device, fd] : sockets_) ::close(fd);
+}
+
+sdbus::IProxy& SerialAccessories::proxy(const std::string& path) {
+  auto& slot = proxies_[path];
+  if (!slot) slot = sdbus::createProxy(loop_->bus(), kService, path);
+  return *slot;
+}
+
+BusLoop* SerialAccessories::loop() {
+  std::lock_guard lock(mutex_);
+  if (triedBus_) return loop_.get();
+  triedBus_ = true;
+  auto bus = connectSystemBus();
+  if (!bus) return nullptr;
+  loop_ = std::make_unique<BusLoop>(std::move(bus));
+  loop_->post([this] {
+    profile_ = sdbus::createObject(loop_->bus(), kProfilePath);
+    profile_->registerMethod("NewConnection")
+        .onInterface(kProfile)
+        .implementedAs([this](const sdbus::ObjectPath& device, sdbus::UnixFd fd,
+                              const Properties&) { newConnection(device, fd.release()); });
+    profile_->registerMethod("RequestDisconnection")
+        .onInterface(kProfile)
+        .implementedAs([](const sdbus::ObjectPath&) {});
+    profile_->registerMethod("Release").onInterface(kProfile).implementedAs([] {});
+    profile_->finishRegistration();
+  });
+  return loop_.get();
+}
+
+void SerialAccessories::newConnection(const std::string& device, int fd) {
+  {
+    std::lock_guard lock(mutex_);
+    auto& slot = sockets_[device];
+    if (slot > 0) ::close(slot);
+    slot = fd;
+  }
+  arrived_.notify_all();
+}
+
+bool SerialAccessories::registerProfile() {
+  {
+    std::lock_guard lock(mutex_);
+    if (registered_) return true;
+  }
+  auto reply = std::make_shared<std::promise<std::string>>();
+  loop_->post([this, reply] {
+    Properties options{{"Role", sdbus::Variant(std::string("client"))},
+                       {"Name", sdbus::Variant(std::string("Orvante serial port"))}};
+    proxy("/org/bluez")
+        .callMethodAsync("RegisterProfile")
+        .onInterface(kProfileManager)
+        .withTimeout(kConnectLimit)
+        .withArguments(sdbus::ObjectPath(kProfilePath), std::string(kSerialPortUuid), options)
+        .uponReplyInvoke([reply](const sdbus::Error* error) {
+          reply->set_value(error ? error->getName() : "");
+        });
+  });
+  const auto outcome = waitFor(reply, kConnectLimit);
+  if (!outcome || (!outcome->empty() && *outcome != "org.bluez.Error.AlreadyExists")) return false;
+  std::lock_guard lock(mutex_);
+  registered_ = true;
+  return true;
+}
+
+std::vector<std::shared_ptr<Accessory>> SerialAccessories::connectedAccessories() {
+  std::vector<std::shared_ptr<Accessory>> printers;
+  if (!loop()) return printers;
+  auto reply = std::make_shared<std::promise<std::optional<ManagedObjects>>>();
+  loop_->post([this, reply] {
+    proxy("/")
+        .callMethodAsync("GetManagedObjects")
+        .onInterface(kObjectManager)
+        .withTimeout(kListLimit)
+        .uponReplyInvoke([reply](const sdbus::Error* error, ManagedObjects objects) {
+          reply->set_value(error ? std::nullopt : std::optional(std::move(objects)));
+        });
+  });
+  auto future = reply->get_future();
+  if (future.wait_for(kListLimit + 1s) != std::future_status::ready) return printers;
+  const auto objects = future.get();
+  if (!objects) return printers;
+  for (const auto& [path, interfaces] : *objects) {
+    auto device = interfaces.find(kDevice);
+    if (device == interfaces.end()) continue;
+    const auto& properties = device->second;
+    if (!property<bool>(properties, "Paired").value_or(false) || !offersSerialPort(properties)) {
+      continue;
+    }
+    const auto address = property<std::string>(properties, "Address").value_or("");
+    const auto name = property<std::string>(properties, "Alias")
+                          .value_or(property<std::string>(properties, "Name").value_or(address));
+    printers.push_back(std::make_shared<SerialPrinter>(path, name, address));
+  }
+  return printers;
+}
+
+std::shared_ptr<AccessorySession> SerialAccessories::openSession(
+    const std::shared_ptr<Accessory>& accessory, const std::string& protocol) {
+  auto printer = std::dynamic_pointer_cast<SerialPrinter>(accessory);
+  if (!printer || protocol != kProtocol || !loop() || !registerProfile()) return nullptr;
+  {
+    // A socket left from an earlier connection is stale.
+    std::lock_guard lock(mutex_);
+    if (auto old = sockets_.find(printer->path()); old != sockets_.end()) {
+      ::close(old->second);
+      sockets_.erase(old);
+    }
+  }
+  auto reply = std::make_shared<std::promise<std::string>>();
+  loop_->post([this, reply, path = printer->path()] {
+    proxy(path)
+        .callMethodAsync("ConnectProfile")
+        .onInterface(kDevice)
+        .withTimeout(kConnectLimit)
+        .withArguments(std::string(kSerialPortUuid))
+        .uponReplyInvoke([reply](const sdbus::Error* error) {
+          reply->set_value(error ? error->getName() : "");
+        });
+  });
+  const auto outcome = waitFor(reply, kConnectLimit + 1s);
+  if (!outcome || !outcome->empty()) return nullptr;
+  std::unique_lock lock(mutex_);
+  if (!arrived_.wait_for(lock, kHandOverLimit, [&] { return sockets_.count(printer->path()); })) {
+    return nullptr;
+  }
+  const int fd = sockets_[printer->path()];
+  sockets_.erase(printer->path());
+  lock.unlock();
+  return std::make_shared<AccessorySession>(accessory, protocol,
+                                            transport::adoptSocketStreams(fd));
+}
+
+}  // namespace orvante::platform::bluez

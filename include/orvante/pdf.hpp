@@ -12,9 +12,11 @@
 // operation returns -1.
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include <orvante/bytes.hpp>
+#include <orvante/image.hpp>
 
 namespace orvante {
 
@@ -39,6 +41,9 @@ class PdfDocument {
   static PdfDocument fromData(ByteView bytes);
 
   int pageCount() const;
+  // The page's size in points (1/72 inch), counted from 1: its visible
+  // (crop) box turned by its own rotation. None for a page it lacks.
+  std::optional<Size> pageSize(int page) const;
   bool isOpen() const { return impl_ != nullptr; }
 
  private:

@@ -92,6 +92,10 @@ PdfDocument PdfDocument::fromData(ByteView bytes) {
   return pdf::Access::make(opened);
 }
 
+std::optional<Size> PdfDocument::pageSize(int page) const {
+  return pdf::pageSize(*this, page);
+}
+
 int PdfDocument::pageCount() const {
   Impl* impl = pdf::Access::impl(*this);
   if (!impl) return 0;

@@ -36,6 +36,10 @@ TEST(LabelRendering, APdfPageIsTheSessionsPacket) {
   cairo_surface_destroy(surface);
 
   const auto document = PdfDocument::open(path);
+  ASSERT_TRUE(document.pageSize(2));
+  EXPECT_EQ(document.pageSize(2)->width, 144);
+  EXPECT_EQ(document.pageSize(2)->height, 72);
+  EXPECT_FALSE(document.pageSize(3));
   const Bytes label = Label().pdfPage(8, 4, document, 2).bytes();
   const Bytes published = sentBy([&](auto& s) { s.printPDFbyPath(path, 8, 4, 203, 2); });
   // printPDFbyPath follows the packet with "\r\nPRINT 1\r\n".

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <stdexcept>
 #include <string>
 
@@ -16,25 +15,19 @@ namespace orvante::app {
 
 namespace {
 
-// The page's size in dots, read from the refusal of a page that does not
-// fit the label ("an image of W x H dots at ..."): the library draws the
-// page but does not tell its size any other way.
-bool drawnSize(const std::string& refusal, int& width, int& height) {
-  const auto at = refusal.find("an image of ");
-  return at != std::string::npos &&
-         std::sscanf(refusal.c_str() + at, "an image of %d x %d", &width, &height) == 2;
-}
-
+// One label of the page; a page larger than the label is drawn again at the
+// resolution that shrinks it onto the label.
 Bytes pageLabel(const JobSettings& settings, const PdfDocument& document, int page) {
   try {
     Label label = startLabel(settings);
     label.pdfPage(0, 0, document, page, {settings.dither});
     return label.print(1, settings.copies).bytes();
-  } catch (const std::invalid_argument& refusal) {
-    int width = 0, height = 0;
-    if (!drawnSize(refusal.what(), width, height)) throw;
-    // Larger than the label: drawn again at the resolution that shrinks it
-    // onto the label; the size lines stay in millimetres.
+  } catch (const std::invalid_argument&) {
+    const auto size = document.pageSize(page);
+    if (!size) throw;
+    const int width = static_cast<int>(std::ceil(size->width * settings.dpi / 72));
+    const int height = static_cast<int>(std::ceil(size->height * settings.dpi / 72));
+    // The size lines stay in millimetres.
     JobSettings shrunk = settings;
     shrunk.dpi = fittingDpi(settings.dpi, width, height, settings.widthDots(),
                             settings.heightDots());

@@ -125,3 +125,17 @@ TEST(HostileInput, GarbageNeverStopsThePrinter) {
 }
 
 }  // namespace
+
+TEST(HostileInput, OnlyInkPastTheEdgeIsReported) {
+  PrinterRig rig;
+  // 10 mm is 80 dots: a 12-byte row at x 0 runs 16 dots past the edge.
+  rig.feed("SIZE 10 mm, 10 mm\r\nCLS\r\n");
+  Bytes blankPadding(12 * 2, 0x00);
+  for (std::size_t row = 0; row < 2; ++row) {
+    blankPadding[row * 12 + 10] = blankPadding[row * 12 + 11] = 0xFF;
+  }
+  rig.feed(bytesOf("BITMAP 0,0,12,2,0,") + blankPadding + "\r\n");
+  EXPECT_FALSE(rig.journaled("runs past the label's edge")) << rig.last();
+  rig.feed(bytesOf("BITMAP 0,4,12,2,0,") + Bytes(24, 0x00) + "\r\n");
+  EXPECT_NE(rig.last().find("runs past the label's edge"), std::string::npos) << rig.last();
+}

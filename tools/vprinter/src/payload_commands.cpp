@@ -12,6 +12,22 @@ namespace {
 
 constexpr int kFar = 100000;
 
+// Whether a printed dot (a 0 bit) of the raster at x, y falls outside a
+// label of width x height: padding that runs past the edge is blank and
+// loses nothing.
+bool inkOutside(int x, int y, int bytesPerRow, int rows, ByteView raster, int width, int height) {
+  for (int row = 0; row < rows; ++row) {
+    const bool rowOutside = y + row < 0 || y + row >= height;
+    for (int column = 0; column < bytesPerRow * 8; ++column) {
+      const long dot = x + static_cast<long>(column);
+      if (!rowOutside && dot >= 0 && dot < width) continue;
+      const std::size_t at = static_cast<std::size_t>(row) * bytesPerRow + column / 8;
+      if (at < raster.size() && !(raster[at] & (0x80 >> (column % 8)))) return true;
+    }
+  }
+  return false;
+}
+
 void drawRaster(Printer& printer, int x, int y, int bytesPerRow, int rows, ByteView raster,
                 BlitMode mode, JournalEntry& entry) {
   const long width = static_cast<long>(bytesPerRow) * 8;
@@ -20,7 +36,9 @@ void drawRaster(Printer& printer, int x, int y, int bytesPerRow, int rows, ByteV
     if (rows > 0 && bytesPerRow > 0) entry.warn("the image lies outside the label: dropped");
     return;
   }
-  if (printer.canvas.blit(x, y, bytesPerRow, rows, raster, mode)) {
+  if (printer.canvas.blit(x, y, bytesPerRow, rows, raster, mode) &&
+      inkOutside(x, y, bytesPerRow, rows, raster, printer.canvas.width(),
+                 printer.canvas.height())) {
     entry.warn("the image runs past the label's edge: cut off there");
   }
 }

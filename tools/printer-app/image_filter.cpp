@@ -18,12 +18,9 @@ Bytes greyOnWhite(const Image& image) {
 
 bool printImage(pappl_job_t* job, pappl_device_t* device, void* /*context*/) {
   const std::lock_guard oneJobAtATime(printerLock(job));
-  if (!claimJob(job)) return true;  // printed by the thread that claimed it
-  const char* file = jobFile(job);
-  if (file == nullptr) {
-    papplJobSetMessage(job, "The document never arrived.");
-    return false;
-  }
+  const auto [mine, file] = claimDocument(job);
+  if (!mine) return true;  // printed by the thread that claimed it
+  if (file == nullptr) return false;
   // PAPPL's own decoders would try any size; the library's stop at its budget.
   const Image image = Image::fromFile(file);
   if (image.empty()) {

@@ -48,12 +48,9 @@ int fittingDpi(int dpi, int pageWidth, int pageHeight, int labelWidth, int label
 
 bool printPdf(pappl_job_t* job, pappl_device_t* device, void* /*context*/) {
   const std::lock_guard oneJobAtATime(printerLock(job));
-  if (!claimJob(job)) return true;  // printed by the thread that claimed it
-  const char* file = jobFile(job);
-  if (file == nullptr) {
-    papplJobSetMessage(job, "The document never arrived.");
-    return false;
-  }
+  const auto [mine, file] = claimDocument(job);
+  if (!mine) return true;  // printed by the thread that claimed it
+  if (file == nullptr) return false;
   const PdfDocument document = PdfDocument::open(file);
   const int pages = document.pageCount();
   if (pages == 0) {

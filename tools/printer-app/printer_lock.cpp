@@ -48,4 +48,11 @@ const char* jobFile(pappl_job_t* job) {
   return file;
 }
 
+ClaimedDocument claimDocument(pappl_job_t* job) {
+  if (!claimJob(job)) return {};
+  const char* file = jobFile(job);
+  if (file == nullptr) papplJobSetMessage(job, "The document never arrived.");
+  return {true, file};
+}
+
 }  // namespace orvante::app

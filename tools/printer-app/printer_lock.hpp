@@ -23,4 +23,13 @@ bool claimJob(pappl_job_t* job);
 // The job's document file, once PAPPL has stored it; nullptr after 30 s.
 const char* jobFile(pappl_job_t* job);
 
+// What a filter prints from: whether this thread claimed the job, and then
+// the job's document (nullptr, with the job's message set, when it never
+// arrived).
+struct ClaimedDocument {
+  bool mine = false;
+  const char* file = nullptr;
+};
+ClaimedDocument claimDocument(pappl_job_t* job);
+
 }  // namespace orvante::app

@@ -15,6 +15,7 @@
 #include <fstream>
 #include <limits>
 
+#include "saved_image.hpp"
 #include "test_session.hpp"
 
 using namespace orvante;
@@ -59,13 +60,7 @@ Bytes png(std::uint32_t width, std::uint32_t height, std::uint8_t depth, std::ui
 Bytes saved(int width, int height, guint32 rgba, const char* format) {
   GdkPixbuf* pixbuf = gdk_pixbuf_new(GDK_COLORSPACE_RGB, FALSE, 8, width, height);
   gdk_pixbuf_fill(pixbuf, rgba);
-  gchar* buffer = nullptr;
-  gsize size = 0;
-  gdk_pixbuf_save_to_buffer(pixbuf, &buffer, &size, format, nullptr, nullptr);
-  Bytes bytes(buffer, buffer + size);
-  g_free(buffer);
-  g_object_unref(pixbuf);
-  return bytes;
+  return savedAs(pixbuf, format);
 }
 
 // A small JPEG whose frame header is made to claim width x height.

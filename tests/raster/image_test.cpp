@@ -10,6 +10,8 @@
 
 #include <orvante/image.hpp>
 
+#include "saved_image.hpp"
+
 using namespace orvante;
 
 namespace {
@@ -20,13 +22,7 @@ Bytes encoded(const char* format) {
   guchar* data = gdk_pixbuf_get_pixels(pixbuf);
   const guchar pixels[8] = {255, 0, 0, 255, 0, 0, 255, 128};
   std::copy(pixels, pixels + 8, data);
-  gchar* buffer = nullptr;
-  gsize size = 0;
-  gdk_pixbuf_save_to_buffer(pixbuf, &buffer, &size, format, nullptr, nullptr);
-  Bytes bytes(buffer, buffer + size);
-  g_free(buffer);
-  g_object_unref(pixbuf);
-  return bytes;
+  return orvante::testing::savedAs(pixbuf, format);
 }
 
 }  // namespace

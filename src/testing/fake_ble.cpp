@@ -119,13 +119,7 @@ void FakePeripheral::post(
   central->queue_.post([weak = weak_from_this(), f = std::move(f)] {
     auto self = weak.lock();
     if (!self) return;
-    std::lock_guard delivery(self->delivery_);
-    ble::PeripheralDelegate* delegate;
-    {
-      std::lock_guard lock(self->mutex_);
-      delegate = self->delegate_;
-    }
-    if (delegate) f(*delegate, self);
+    self->delegate_.deliver([&](ble::PeripheralDelegate& delegate) { f(delegate, self); });
   });
 }
 
@@ -191,8 +185,7 @@ std::optional<std::string> FakePeripheral::advertisedName() const {
 }
 
 ble::PeripheralDelegate* FakePeripheral::delegate() const {
-  std::lock_guard lock(mutex_);
-  return delegate_;
+  return delegate_.get();
 }
 
 ble::PeripheralState FakePeripheral::state() const {
@@ -207,9 +200,7 @@ std::vector<std::shared_ptr<ble::Service>> FakePeripheral::services() const {
 }
 
 void FakePeripheral::setDelegate(ble::PeripheralDelegate* delegate) {
-  std::lock_guard delivery(delivery_);
-  std::lock_guard lock(mutex_);
-  delegate_ = delegate;
+  delegate_.set(delegate);
 }
 
 void FakePeripheral::discoverServices() {
@@ -309,15 +300,7 @@ FakeCentral::~FakeCentral() = default;
 
 void FakeCentral::post(std::function<void(ble::CentralDelegate&)> f) {
   queue_.post([weak = weak_from_this(), f = std::move(f)] {
-    auto self = weak.lock();
-    if (!self) return;
-    std::lock_guard delivery(self->delivery_);
-    ble::CentralDelegate* delegate;
-    {
-      std::lock_guard lock(self->mutex_);
-      delegate = self->delegate_;
-    }
-    if (delegate) f(*delegate);
+    if (auto self = weak.lock()) self->delegate_.deliver(f);
   });
 }
 
@@ -426,9 +409,7 @@ void FakeCentral::disconnected(const std::shared_ptr<FakePeripheral>& printer) {
 }
 
 void FakeCentral::setDelegate(ble::CentralDelegate* delegate) {
-  std::lock_guard delivery(delivery_);
-  std::lock_guard lock(mutex_);
-  delegate_ = delegate;
+  delegate_.set(delegate);
 }
 
 // --- radio -----------------------------------------------------------------

@@ -13,6 +13,7 @@
 
 #include <orvante/platform/ble.hpp>
 
+#include <orvante/platform/delegate_slot.hpp>
 #include <orvante/platform/serial_queue.hpp>
 
 namespace orvante::testing {
@@ -122,9 +123,8 @@ class FakePeripheral final : public ble::Peripheral,
   const std::optional<std::string> identifier_;
   const std::optional<std::string> name_;
   mutable std::mutex mutex_;
-  std::recursive_mutex delivery_;
   std::weak_ptr<FakeCentral> central_;
-  ble::PeripheralDelegate* delegate_ = nullptr;
+  transport::DelegateSlot<ble::PeripheralDelegate> delegate_;
   ble::PeripheralState state_ = ble::PeripheralState::Disconnected;
   std::optional<std::string> localName_;
   std::vector<std::shared_ptr<FakeService>> services_;
@@ -170,8 +170,7 @@ class FakeCentral final : public ble::Central, public std::enable_shared_from_th
   void disconnected(const std::shared_ptr<FakePeripheral>& peripheral);
 
   mutable std::mutex mutex_;
-  std::recursive_mutex delivery_;
-  ble::CentralDelegate* delegate_;
+  transport::DelegateSlot<ble::CentralDelegate> delegate_;
   ble::CentralState state_;
   std::vector<std::shared_ptr<FakePeripheral>> inRange_;
   bool autoAdvertise_;

@@ -7,6 +7,7 @@
 #include <mutex>
 #include <set>
 
+#include <orvante/platform/delegate_slot.hpp>
 #include <orvante/platform/serial_queue.hpp>
 #include "../../transport/unavailable_services.hpp"
 #include "bluez_bus.hpp"
@@ -65,11 +66,7 @@ class Peripheral final : public ble::Peripheral, public std::enable_shared_from_
     std::lock_guard lock(mutex_);
     return {services_.begin(), services_.end()};
   }
-  void setDelegate(ble::PeripheralDelegate* delegate) override {
-    std::lock_guard delivery(delivery_);
-    std::lock_guard lock(mutex_);
-    delegate_ = delegate;
-  }
+  void setDelegate(ble::PeripheralDelegate* delegate) override { delegate_.set(delegate); }
   void discoverServices() override;
   void discoverCharacteristics(const std::shared_ptr<ble::Service>& service) override;
   void readValue(const std::shared_ptr<ble::Characteristic>& characteristic) override;
@@ -81,13 +78,7 @@ class Peripheral final : public ble::Peripheral, public std::enable_shared_from_
   // Runs f with the delegate, if any, on the central's queue.
   void deliver(std::function<void(ble::PeripheralDelegate&, const std::shared_ptr<ble::Peripheral>&)>
                    f) {
-    std::lock_guard delivery(delivery_);
-    ble::PeripheralDelegate* delegate;
-    {
-      std::lock_guard lock(mutex_);
-      delegate = delegate_;
-    }
-    if (delegate) f(*delegate, shared_from_this());
+    delegate_.deliver([&](ble::PeripheralDelegate& delegate) { f(delegate, shared_from_this()); });
   }
 
   std::shared_ptr<GattCharacteristic> characteristicAt(const std::string& path) const {
@@ -106,8 +97,7 @@ class Peripheral final : public ble::Peripheral, public std::enable_shared_from_
   const std::string path_;
   const std::string address_;
   mutable std::mutex mutex_;
-  std::recursive_mutex delivery_;
-  ble::PeripheralDelegate* delegate_ = nullptr;
+  transport::DelegateSlot<ble::PeripheralDelegate> delegate_;
   std::optional<std::string> name_;
   ble::PeripheralState state_ = ble::PeripheralState::Disconnected;
   std::vector<std::shared_ptr<GattService>> services_;
@@ -136,11 +126,7 @@ class Central final : public ble::Central, public std::enable_shared_from_this<C
   void stopScan() override;
   void connect(const std::shared_ptr<ble::Peripheral>& peripheral) override;
   void cancelPeripheralConnection(const std::shared_ptr<ble::Peripheral>& peripheral) override;
-  void setDelegate(ble::CentralDelegate* delegate) override {
-    std::lock_guard delivery(delivery_);
-    std::lock_guard lock(mutex_);
-    delegate_ = delegate;
-  }
+  void setDelegate(ble::CentralDelegate* delegate) override { delegate_.set(delegate); }
 
   // The peripheral's operations, which need the bus and the object tree.
   void discoverServices(const std::shared_ptr<Peripheral>& peripheral);
@@ -178,8 +164,7 @@ class Central final : public ble::Central, public std::enable_shared_from_this<C
   // Every use of the bus happens on its thread.
   std::unique_ptr<BusLoop> loop_;
   mutable std::mutex mutex_;
-  std::recursive_mutex delivery_;
-  ble::CentralDelegate* delegate_;
+  transport::DelegateSlot<ble::CentralDelegate> delegate_;
   std::map<std::string, Interfaces> tree_;
   std::optional<ble::CentralState> reported_;
   bool scanning_ = false;
@@ -347,15 +332,7 @@ std::shared_ptr<Peripheral> Central::peripheralLocked(const std::string& path) {
 
 void Central::post(std::function<void(ble::CentralDelegate&)> f) {
   queue_.post([weak = weak_from_this(), f = std::move(f)] {
-    auto self = weak.lock();
-    if (!self) return;
-    std::lock_guard delivery(self->delivery_);
-    ble::CentralDelegate* delegate;
-    {
-      std::lock_guard lock(self->mutex_);
-      delegate = self->delegate_;
-    }
-    if (delegate) f(*delegate);
+    if (auto self = weak.lock()) self->delegate_.deliver(f);
   });
 }
 

@@ -56,6 +56,36 @@ struct ORVANTESDK::Internals {
                        done});
   }
 
+  // The published handler of arriving bytes reads them with pauses between
+  // reads. It runs on a worker of the session, so the event loop that every
+  // link shares never waits for it: one drain at a time, and an event that
+  // comes during a drain makes it go round once more.
+  template <class Drain>
+  void drainSoon(Drain drain) {
+    {
+      std::lock_guard lock(drainMutex);
+      drainAgain = true;
+      if (draining) return;
+      draining = true;
+    }
+    startThread([this, drain] {
+      for (;;) {
+        {
+          std::lock_guard lock(drainMutex);
+          if (!drainAgain || destroying) {
+            draining = false;
+            return;
+          }
+          drainAgain = false;
+        }
+        drain();
+      }
+    });
+  }
+  std::mutex drainMutex;
+  bool draining = false;
+  bool drainAgain = false;
+
   void joinThreads() {
     std::vector<Worker> finishing;
     {

@@ -102,7 +102,7 @@ void ORVANTESDK::stream(orvante::Stream* stream, std::uint64_t eventCode) {
     case orvante::stream_event::HasBytesAvailable:
       orvante::log("NSStreamEventHasBytesAvailable");
       receivejudge = 1;
-      if (readsStreams()) drainUnclaimedReply();
+      if (readsStreams()) internals_->drainSoon([this] { drainUnclaimedReply(); });
       break;
     case orvante::stream_event::HasSpaceAvailable:
       orvante::log("NSStreamEventHasSpaceAvailable");

@@ -6,12 +6,12 @@
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/epoll.h>
-#include <sys/eventfd.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <deque>
@@ -19,81 +19,38 @@
 #include <mutex>
 #include <shared_mutex>
 #include <system_error>
-#include <thread>
+#include <utility>
+
+#include "event_loop.hpp"
 
 namespace orvante::transport {
 namespace {
 
 enum Side { kInput = 0, kOutput = 1 };
+enum class Descriptor { Socket, Device };
 
 std::string describeErrno(int code) {
   return std::strerror(code);
 }
 
-// Name resolution runs on a detached thread that owns its half of this
-// state, so closing a pair never waits for a slow resolver.
-struct Resolution {
-  Resolution() : doneFd(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
-  ~Resolution() {
-    if (addresses) freeaddrinfo(addresses);
-    if (doneFd >= 0) ::close(doneFd);
-  }
-  std::mutex mutex;
-  bool done = false;
-  addrinfo* addresses = nullptr;
-  std::string error;
-  int doneFd;
-};
-
-// False when no thread could be started for it.
-bool resolveInBackground(const std::shared_ptr<Resolution>& state, std::string host, int port) {
-  if (state->doneFd < 0) return false;
-  try {
-  std::thread([state, host = std::move(host), port] {
-    addrinfo hints{};
-    hints.ai_family = AF_UNSPEC;
-    hints.ai_socktype = SOCK_STREAM;
-    addrinfo* found = nullptr;
-    const int rc = getaddrinfo(host.c_str(), std::to_string(port).c_str(), &hints, &found);
-    {
-      std::lock_guard lock(state->mutex);
-      state->done = true;
-      if (rc == 0) {
-        state->addresses = found;
-      } else {
-        state->error = rc == EAI_SYSTEM ? describeErrno(errno) : gai_strerror(rc);
-      }
-    }
-    const std::uint64_t one = 1;
-    (void)!::write(state->doneFd, &one, sizeof one);
-  }).detach();
-  } catch (const std::system_error&) {
-    return false;
-  }
-  return true;
-}
-
+// Both streams of a pair share one core. Its descriptor is watched by the
+// event loop, which delivers the pair's events; reads and writes run on the
+// caller's thread.
 class SocketCore : public std::enable_shared_from_this<SocketCore> {
  public:
-  SocketCore(std::string host, int port) : host_(std::move(host)), port_(port) {}
-  explicit SocketCore(int fd) : fd_(fd), adopted_(true) {}
+  SocketCore(std::string host, int port, EventLoop::Token running)
+      : host_(std::move(host)), port_(port), running_(std::move(running)) {}
+  SocketCore(int fd, Descriptor kind, EventLoop::Token running)
+      : fd_(fd), kind_(kind), adopted_(true), running_(std::move(running)) {}
 
   ~SocketCore() {
-    if (thread_.joinable()) {
-      if (thread_.get_id() == std::this_thread::get_id()) {
-        thread_.detach();
-      } else {
-        thread_.join();
-      }
-    }
+    if (watchId_) loop().unwatch(watchId_);
     if (fd_ >= 0) ::close(fd_);
-    if (wakeFd_ >= 0) ::close(wakeFd_);
-    if (poller_ >= 0) ::close(poller_);
   }
 
-  // False when the descriptors the pair needs could not be made (the
-  // process is out of them): such a pair is never handed out.
-  bool usable() const { return wakeFd_ >= 0 && poller_ >= 0; }
+  // False when the event loop could not run for the pair (the process is
+  // out of descriptors or threads): such a pair is never handed out.
+  bool usable() const { return running_ != nullptr; }
 
   void attach(Side side, Stream* stream) {
     std::lock_guard lock(mutex_);
@@ -120,7 +77,7 @@ class SocketCore : public std::enable_shared_from_this<SocketCore> {
       std::lock_guard lock(mutex_);
       sides_[side].scheduled = scheduled;
     }
-    wake();
+    serviceSoon();
   }
 
   StreamStatus status(Side side) const {
@@ -154,16 +111,12 @@ class SocketCore : public std::enable_shared_from_this<SocketCore> {
       start = !started_;
       started_ = true;
     }
-    if (!start) {
-      wake();
-      return;
+    if (start) {
+      loop().post([self = weak_from_this()] {
+        if (auto core = self.lock()) core->start();
+      });
     }
-    try {
-      thread_ = std::thread([self = shared_from_this()] { self->run(); });
-    } catch (const std::system_error& failure) {
-      // No thread to deliver events: the streams fail where they stand.
-      fail(failure.what(), side);
-    }
+    serviceSoon();
   }
 
   void close(Side side) {
@@ -195,9 +148,10 @@ class SocketCore : public std::enable_shared_from_this<SocketCore> {
     std::shared_lock fdLock(fdMutex_);
     if (fd_ < 0) return -1;
     for (;;) {
-      const ssize_t count = ::recv(fd_, buffer, maxLength, MSG_DONTWAIT);
+      const ssize_t count = kind_ == Descriptor::Socket ? ::recv(fd_, buffer, maxLength, MSG_DONTWAIT)
+                                                       : ::read(fd_, buffer, maxLength);
       if (count > 0) {
-        wake();  // the end of the stream may now be due
+        serviceSoon();  // the end of the stream may now be due
         return count;
       }
       if (count == 0) {
@@ -206,8 +160,7 @@ class SocketCore : public std::enable_shared_from_this<SocketCore> {
       }
       if (errno == EINTR) continue;
       if (errno == EAGAIN || errno == EWOULDBLOCK) {
-        pollfd waitFor{fd_, POLLIN, 0};
-        ::poll(&waitFor, 1, -1);
+        if (!waitOn(POLLIN)) return -1;
         continue;
       }
       const int code = errno;
@@ -231,20 +184,21 @@ class SocketCore : public std::enable_shared_from_this<SocketCore> {
     std::shared_lock fdLock(fdMutex_);
     if (fd_ < 0) return -1;
     for (;;) {
-      const ssize_t count = ::send(fd_, bytes, length, MSG_NOSIGNAL | MSG_DONTWAIT);
+      const ssize_t count = kind_ == Descriptor::Socket
+                                ? ::send(fd_, bytes, length, MSG_NOSIGNAL | MSG_DONTWAIT)
+                                : ::write(fd_, bytes, length);
       if (count >= 0) {
         {
           std::lock_guard lock(mutex_);
           spaceArmed_ = true;
         }
-        wake();
+        serviceSoon();
         return count;
       }
       if (errno == EINTR) continue;
       if (errno == EAGAIN || errno == EWOULDBLOCK) {
         // Like a blocking stream: wait until the link takes something.
-        pollfd waitFor{fd_, POLLOUT, 0};
-        ::poll(&waitFor, 1, -1);
+        if (!waitOn(POLLOUT)) return -1;
         continue;
       }
       const int code = errno;
@@ -266,17 +220,41 @@ class SocketCore : public std::enable_shared_from_this<SocketCore> {
     std::uint64_t event;
   };
 
-  void wake() {
-    const std::uint64_t one = 1;
-    (void)!::write(wakeFd_, &one, sizeof one);
+  static EventLoop& loop() { return EventLoop::instance(); }
+
+  // Blocks the caller until the descriptor is ready. A socket being shut
+  // down wakes it; a device cannot be woken that way, so its wait is sliced
+  // to notice a close. False when the pair was closed meanwhile.
+  // Called with the descriptor lock shared.
+  bool waitOn(short events) {
+    const int slice = kind_ == Descriptor::Socket ? -1 : 100;
+    for (;;) {
+      pollfd waitFor{fd_, events, 0};
+      if (::poll(&waitFor, 1, slice) != 0) return true;
+      if (stopping()) return false;
+    }
+  }
+
+  // Runs `service` on the loop once for any number of requests made before
+  // it starts.
+  void serviceSoon() {
+    if (servicePosted_.exchange(true)) return;
+    loop().post([self = weak_from_this()] {
+      auto core = self.lock();
+      if (!core) return;
+      core->servicePosted_ = false;
+      core->service();
+    });
   }
 
   int available() {
     std::shared_lock fdLock(fdMutex_);
     if (fd_ < 0) return 0;
     int count = 0;
-    if (::ioctl(fd_, FIONREAD, &count) != 0) return 0;
-    return count;
+    if (::ioctl(fd_, FIONREAD, &count) == 0) return count;
+    // Devices that cannot count their bytes can still say whether any wait.
+    pollfd probe{fd_, POLLIN, 0};
+    return ::poll(&probe, 1, 0) == 1 && (probe.revents & POLLIN) ? 1 : 0;
   }
 
   void markPeerClosed() {
@@ -284,22 +262,33 @@ class SocketCore : public std::enable_shared_from_this<SocketCore> {
       std::lock_guard lock(mutex_);
       peerClosed_ = true;
     }
-    wake();
+    serviceSoon();
   }
 
-  // Both streams closed: unblock any reader or writer, stop the thread and
-  // release the socket.
+  // Both streams closed: unblock any reader or writer, stop watching and
+  // release the descriptor and the loop.
   void shutDown() {
     {
       std::shared_lock fdLock(fdMutex_);
-      if (fd_ >= 0) ::shutdown(fd_, SHUT_RDWR);
+      if (fd_ >= 0 && kind_ == Descriptor::Socket) ::shutdown(fd_, SHUT_RDWR);
     }
-    wake();
     std::unique_lock fdLock(fdMutex_);
+    std::uint64_t watch;
+    {
+      std::lock_guard lock(mutex_);
+      watch = std::exchange(watchId_, 0);
+    }
+    if (watch) loop().unwatch(watch);
     if (fd_ >= 0) {
       ::close(fd_);
       fd_ = -1;
     }
+    {
+      std::lock_guard lock(mutex_);
+      releaseLoop_ = true;
+    }
+    // Events already queued still go out; the loop may stop after them.
+    serviceSoon();
   }
 
   // The link failed: every open stream goes to the error status and hears
@@ -317,7 +306,7 @@ class SocketCore : public std::enable_shared_from_this<SocketCore> {
         pending_.push_back({side, stream_event::ErrorOccurred});
       }
     }
-    wake();
+    serviceSoon();
   }
 
   // Delivers one event to the side's delegate, if the side still listens.
@@ -354,90 +343,158 @@ class SocketCore : public std::enable_shared_from_this<SocketCore> {
     return finished_;
   }
 
-  void drainWake() {
-    std::uint64_t count;
-    (void)!::read(wakeFd_, &count, sizeof count);
+  // On the loop: the first open of either stream starts the pair.
+  void start() {
+    if (adopted_) {
+      connected();
+      return;
+    }
+    loop().resolve(host_, port_, [self = weak_from_this()](EventLoop::Addresses addresses) {
+      if (auto core = self.lock()) core->connectTo(std::move(addresses));
+    });
   }
 
-  // Waits for the socket or a wake-up; false when the pair was closed.
-  bool waitFor(int fd, short events, short* revents) {
-    for (;;) {
-      std::array<pollfd, 2> fds{{{fd, events, 0}, {wakeFd_, POLLIN, 0}}};
-      if (::poll(fds.data(), fds.size(), -1) < 0 && errno != EINTR) return false;
-      if (fds[1].revents) drainWake();
-      if (stopping()) return false;
-      deliverPending();
-      if (fds[0].revents) {
-        *revents = fds[0].revents;
-        return true;
-      }
+  // On the loop: tries the addresses in turn, each without blocking.
+  void connectTo(EventLoop::Addresses addresses) {
+    if (stopping()) return;
+    if (!addresses.list) {
+      fail(addresses.error.empty() ? "host not found" : addresses.error, kInput);
+      return;
     }
+    addresses_ = std::move(addresses.list);
+    nextAddress_ = addresses_.get();
+    tryNextAddress();
   }
 
-  bool resolveAndConnect() {
-    auto resolution = std::make_shared<Resolution>();
-    if (!resolveInBackground(resolution, host_, port_)) {
-      fail("no resources to resolve the printer's name", kInput);
-      return false;
-    }
-    short revents = 0;
-    if (!waitFor(resolution->doneFd, POLLIN, &revents)) return false;
-    addrinfo* addresses;
-    {
-      // The resolver has finished with the state; the list is ours to read.
-      std::lock_guard resolved(resolution->mutex);
-      addresses = resolution->addresses;
-      if (!addresses) {
-        fail(resolution->error.empty() ? "host not found" : resolution->error, kInput);
-        return false;
-      }
-    }
-    std::string lastError = "no address";
-    for (addrinfo* address = addresses; address; address = address->ai_next) {
-      const int fd =
-          ::socket(address->ai_family, address->ai_socktype | SOCK_NONBLOCK | SOCK_CLOEXEC,
-                   address->ai_protocol);
+  void tryNextAddress() {
+    for (; nextAddress_; nextAddress_ = nextAddress_->ai_next) {
+      if (stopping()) return;
+      addrinfo* address = nextAddress_;
+      const int fd = ::socket(address->ai_family, address->ai_socktype | SOCK_NONBLOCK | SOCK_CLOEXEC,
+                              address->ai_protocol);
       if (fd < 0) {
-        lastError = describeErrno(errno);
+        lastError_ = describeErrno(errno);
         continue;
       }
-      int code = 0;
-      if (::connect(fd, address->ai_addr, address->ai_addrlen) != 0) {
-        code = errno;
-        if (code == EINPROGRESS) {
-          if (!waitFor(fd, POLLOUT, &revents)) {
-            ::close(fd);
-            return false;
-          }
-          socklen_t size = sizeof code;
-          ::getsockopt(fd, SOL_SOCKET, SO_ERROR, &code, &size);
-        }
+      if (::connect(fd, address->ai_addr, address->ai_addrlen) == 0) {
+        if (takeSocket(fd)) connected();
+        return;
       }
-      if (code == 0) {
-        std::unique_lock fdLock(fdMutex_);
-        fd_ = fd;
-        return true;
+      if (errno != EINPROGRESS) {
+        lastError_ = describeErrno(errno);
+        ::close(fd);
+        continue;
       }
-      lastError = describeErrno(code);
-      ::close(fd);
+      if (!takeSocket(fd)) return;
+      // Connecting: the socket becomes writable when it is done.
+      if (!watchSocket(EPOLLOUT, [](SocketCore& core, std::uint32_t) { core.connectFinished(); })) {
+        return;
+      }
+      return;
     }
-    fail(lastError, kInput);
-    return false;
+    fail(lastError_, kInput);
   }
 
-  void becomeConnected() {
+  // The socket becomes the pair's, unless the pair was closed meanwhile.
+  bool takeSocket(int fd) {
+    std::unique_lock fdLock(fdMutex_);
+    if (stopping()) {
+      ::close(fd);
+      return false;
+    }
+    fd_ = fd;
+    return true;
+  }
+
+  void connectFinished() {
+    int code = 0;
+    {
+      std::unique_lock fdLock(fdMutex_);
+      if (fd_ < 0) return;
+      socklen_t size = sizeof code;
+      ::getsockopt(fd_, SOL_SOCKET, SO_ERROR, &code, &size);
+      std::uint64_t watch;
+      {
+        std::lock_guard lock(mutex_);
+        watch = std::exchange(watchId_, 0);
+      }
+      if (watch) loop().unwatch(watch);
+      if (code != 0) {
+        ::close(fd_);
+        fd_ = -1;
+      }
+    }
+    if (code == 0) {
+      connected();
+      return;
+    }
+    lastError_ = describeErrno(code);
+    nextAddress_ = nextAddress_->ai_next;
+    tryNextAddress();
+  }
+
+  // Watches the pair's descriptor with a handler on the loop; false (and
+  // the pair failed) when it cannot be watched.
+  template <class Handler>
+  bool watchSocket(std::uint32_t events, Handler handler) {
+    std::shared_lock fdLock(fdMutex_);
+    if (fd_ < 0) return false;  // closed meanwhile
+    const auto id = loop().watch(fd_, events, [self = weak_from_this(), handler](std::uint32_t got) {
+      if (auto core = self.lock()) handler(*core, got);
+    });
+    if (id == 0) {
+      const int code = errno;
+      fdLock.unlock();
+      fail(describeErrno(code), kInput);
+      return false;
+    }
+    std::lock_guard lock(mutex_);
+    watchId_ = id;
+    return true;
+  }
+
+  void connected() {
     {
       std::shared_lock fdLock(fdMutex_);
       const int one = 1;
-      if (!adopted_) ::setsockopt(fd_, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
+      if (!adopted_ && fd_ >= 0) ::setsockopt(fd_, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
     }
-    std::lock_guard lock(mutex_);
-    connected_ = true;
-    for (int side : {kInput, kOutput}) {
-      if (sides_[side].status != StreamStatus::Opening) continue;
-      sides_[side].status = StreamStatus::Open;
-      pending_.push_back({side, stream_event::OpenCompleted});
+    {
+      std::lock_guard lock(mutex_);
+      connected_ = true;
+      for (int side : {kInput, kOutput}) {
+        if (sides_[side].status != StreamStatus::Opening) continue;
+        sides_[side].status = StreamStatus::Open;
+        pending_.push_back({side, stream_event::OpenCompleted});
+      }
     }
+    deliverPending();
+    if (!watchSocket(EPOLLIN | EPOLLOUT | EPOLLRDHUP | EPOLLET,
+                     [](SocketCore& core, std::uint32_t got) { core.linkEvents(got); })) {
+      service();
+      return;
+    }
+    newData_ = available() > 0;
+    service();
+  }
+
+  // On the loop: what the descriptor reported.
+  void linkEvents(std::uint32_t flags) {
+    if (flags & EPOLLERR) {
+      int code = 0;
+      socklen_t size = sizeof code;
+      {
+        std::shared_lock fdLock(fdMutex_);
+        if (fd_ >= 0) ::getsockopt(fd_, SOL_SOCKET, SO_ERROR, &code, &size);
+      }
+      fail(describeErrno(code ? code : ECONNRESET), kInput);
+    }
+    if (flags & EPOLLIN) newData_ = true;
+    if (flags & (EPOLLRDHUP | EPOLLHUP)) {
+      std::lock_guard lock(mutex_);
+      peerClosed_ = true;
+    }
+    service();
   }
 
   // The peer ended the connection and every byte it sent was read: the
@@ -461,48 +518,22 @@ class SocketCore : public std::enable_shared_from_this<SocketCore> {
     deliverPending();
   }
 
-  void run() {
-    if (!adopted_ && !resolveAndConnect()) {
-      deliverPending();
-      return;
-    }
-    becomeConnected();
+  // On the loop: delivers what is due. Queued events (an open completed, a
+  // failure) go before new ones.
+  void service() {
     deliverPending();
-
-    const int poller = poller_;
-    epoll_event wakeEvent{};
-    wakeEvent.events = EPOLLIN;
-    wakeEvent.data.fd = wakeFd_;
-    int added = epoll_ctl(poller, EPOLL_CTL_ADD, wakeFd_, &wakeEvent);
+    bool connected;
     {
-      // Under the descriptor lock: a close on the caller's thread must not
-      // release the socket while it is being registered.
-      std::shared_lock fdLock(fdMutex_);
-      if (fd_ < 0) return;  // closed before the loop began
-      epoll_event socketEvent{};
-      socketEvent.events = EPOLLIN | EPOLLOUT | EPOLLRDHUP | EPOLLET;
-      socketEvent.data.fd = fd_;
-      if (added == 0) added = epoll_ctl(poller, EPOLL_CTL_ADD, fd_, &socketEvent);
+      std::lock_guard lock(mutex_);
+      connected = connected_ && !finished_;
     }
-    if (added != 0) {
-      fail(describeErrno(errno), kInput);
-      deliverPending();
-      return;
-    }
-
-    bool newData = available() > 0;
-    for (;;) {
-      // Queued events (an open completed, a failure) go before new ones.
-      deliverPending();
-      if (stopping()) break;
-      if (newData && available() > 0) deliver(kInput, stream_event::HasBytesAvailable);
-      newData = false;
+    if (connected) {
+      if (newData_ && available() > 0) deliver(kInput, stream_event::HasBytesAvailable);
+      newData_ = false;
       bool announceSpace = false;
       {
         std::lock_guard lock(mutex_);
-        if (spaceArmed_ && sides_[kOutput].status == StreamStatus::Open) {
-          announceSpace = true;
-        }
+        announceSpace = spaceArmed_ && sides_[kOutput].status == StreamStatus::Open;
       }
       if (announceSpace && hasSpaceAvailable()) {
         {
@@ -518,53 +549,33 @@ class SocketCore : public std::enable_shared_from_this<SocketCore> {
       }
       if (peerClosed && available() == 0) endOfStream();
       deliverPending();
-      if (stopping()) break;
-
-      std::array<epoll_event, 4> events;
-      const int count = epoll_wait(poller, events.data(), events.size(), -1);
-      if (count < 0 && errno != EINTR) {
-        fail(describeErrno(errno), kInput);
-        deliverPending();
-        break;
-      }
-      for (int i = 0; i < count; ++i) {
-        if (events[i].data.fd == wakeFd_) {
-          drainWake();
-          continue;
-        }
-        const auto flags = events[i].events;
-        if (flags & EPOLLERR) {
-          int code = 0;
-          socklen_t size = sizeof code;
-          {
-            std::shared_lock fdLock(fdMutex_);
-            if (fd_ >= 0) ::getsockopt(fd_, SOL_SOCKET, SO_ERROR, &code, &size);
-          }
-          fail(describeErrno(code ? code : ECONNRESET), kInput);
-        }
-        if (flags & EPOLLIN) newData = true;
-        if (flags & (EPOLLRDHUP | EPOLLHUP)) {
-          std::lock_guard lock(mutex_);
-          peerClosed_ = true;
-        }
-      }
     }
+    std::lock_guard lock(mutex_);
+    // A closed pair lets the loop go once its last events are out.
+    if (releaseLoop_ && pending_.empty()) running_.reset();
   }
 
   const std::string host_;
   const int port_ = 0;
   int fd_ = -1;
+  const Descriptor kind_ = Descriptor::Socket;
   const bool adopted_ = false;
-  const int wakeFd_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-  const int poller_ = epoll_create1(EPOLL_CLOEXEC);
-  std::thread thread_;
+  EventLoop::Token running_;
+
+  // Loop-thread state: the connection attempt and the reader's news.
+  std::shared_ptr<addrinfo> addresses_;
+  addrinfo* nextAddress_ = nullptr;
+  std::string lastError_ = "no address";
+  bool newData_ = false;
+  std::atomic<bool> servicePosted_{false};
 
   mutable std::mutex mutex_;       // the state below
   std::recursive_mutex delivery_;  // held while a delegate runs
-  std::shared_mutex fdMutex_;      // shared while the socket is used
+  std::shared_mutex fdMutex_;      // shared while the descriptor is used
   std::array<SideState, 2> sides_{};
   std::deque<PendingEvent> pending_;
   std::string error_;
+  std::uint64_t watchId_ = 0;
   bool started_ = false;
   bool connected_ = false;
   bool failed_ = false;
@@ -572,6 +583,7 @@ class SocketCore : public std::enable_shared_from_this<SocketCore> {
   bool peerClosed_ = false;
   bool endReported_ = false;
   bool spaceArmed_ = true;
+  bool releaseLoop_ = false;
 };
 
 class SocketInputStream final : public InputStream {
@@ -628,18 +640,30 @@ StreamPair pairOver(const std::shared_ptr<SocketCore>& core) {
 
 StreamPair connectSocketStreams(const std::string& host, int port) {
   if (host.empty() || port < 0 || port > 65535) return {};
-  auto core = std::make_shared<SocketCore>(host, port);
+  auto core = std::make_shared<SocketCore>(host, port, EventLoop::instance().keepRunning());
   if (!core->usable()) return {};
   return pairOver(core);
 }
 
-StreamPair adoptSocketStreams(int fd) {
+namespace {
+
+StreamPair adopt(int fd, Descriptor kind) {
   if (fd < 0) return {};
   const int flags = ::fcntl(fd, F_GETFL);
   ::fcntl(fd, F_SETFL, flags | O_NONBLOCK);
-  auto core = std::make_shared<SocketCore>(fd);
+  auto core = std::make_shared<SocketCore>(fd, kind, EventLoop::instance().keepRunning());
   if (!core->usable()) return {};
   return pairOver(core);
+}
+
+}  // namespace
+
+StreamPair adoptSocketStreams(int fd) {
+  return adopt(fd, Descriptor::Socket);
+}
+
+StreamPair adoptDeviceStreams(int fd) {
+  return adopt(fd, Descriptor::Device);
 }
 
 StreamPair SocketStreamFactory::createPairWithSocketToHost(const std::string& host,

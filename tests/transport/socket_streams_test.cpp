@@ -1,8 +1,12 @@
 // The stream pair over a socket: statuses, events and the ends of a link.
 
 #include <gtest/gtest.h>
+#include <pty.h>
 #include <sys/socket.h>
+#include <termios.h>
+#include <unistd.h>
 
+#include <filesystem>
 #include <mutex>
 
 #include "test_session.hpp"
@@ -120,4 +124,73 @@ TEST(SocketStreams, AStreamOpenedAfterThePrinterHungUpFailsToo) {
   pair.output->open();
   EXPECT_EQ(pair.output->streamStatus(), StreamStatus::Error);
   EXPECT_TRUE(eventually([&] { return events.saw(pair.output.get(), stream_event::ErrorOccurred); }));
+}
+
+namespace {
+
+std::size_t threads() {
+  std::size_t count = 0;
+  for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/task")) {
+    ++count;
+  }
+  return count;
+}
+
+}  // namespace
+
+TEST(SocketStreams, EveryOpenLinkSharesOneEventThreadThatGoesWithTheLastLink) {
+  const auto before = threads();
+  std::vector<StreamPair> pairs;
+  std::vector<int> printerEnds;
+  EventLog events;
+  for (int i = 0; i < 10; ++i) {
+    int ends[2];
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+    pairs.push_back(transport::adoptSocketStreams(ends[0]));
+    printerEnds.push_back(ends[1]);
+    listen(pairs.back(), events);
+  }
+  for (auto& pair : pairs) {
+    ASSERT_TRUE(eventually([&] { return events.saw(pair.output.get(), stream_event::OpenCompleted); }));
+  }
+  EXPECT_EQ(threads(), before + 1);
+  // Every link still hears its own printer.
+  for (int end : printerEnds) ASSERT_EQ(::write(end, "!", 1), 1);
+  for (auto& pair : pairs) {
+    EXPECT_TRUE(eventually([&] { return events.saw(pair.input.get(), stream_event::HasBytesAvailable); }));
+  }
+  for (auto& pair : pairs) {
+    pair.input->close();
+    pair.output->close();
+  }
+  EXPECT_TRUE(eventually([&] { return threads() == before; })) << threads() - before;
+  for (int end : printerEnds) ::close(end);
+}
+
+TEST(SocketStreams, ADeviceIsReadAndWrittenLikeASocket) {
+  int controller = -1;
+  int device = -1;
+  ASSERT_EQ(::openpty(&controller, &device, nullptr, nullptr, nullptr), 0);
+  termios raw{};
+  ::tcgetattr(device, &raw);
+  ::cfmakeraw(&raw);
+  ::tcsetattr(device, TCSANOW, &raw);
+  auto pair = transport::adoptDeviceStreams(device);
+  EventLog events;
+  listen(pair, events);
+  ASSERT_TRUE(eventually([&] { return pair.output->streamStatus() == StreamStatus::Open; }));
+  EXPECT_EQ(pair.output->write(viewOf("PRINT 1\r\n").data(), 9), 9);
+  char sent[16] = {};
+  ASSERT_EQ(::read(controller, sent, sizeof sent), 9);
+  EXPECT_EQ(std::string(sent, 9), "PRINT 1\r\n");
+
+  ASSERT_EQ(::write(controller, "OK\r", 3), 3);
+  ASSERT_TRUE(eventually([&] { return events.saw(pair.input.get(), stream_event::HasBytesAvailable); }));
+  std::uint8_t reply[8];
+  EXPECT_EQ(pair.input->read(reply, sizeof reply), 3);
+  EXPECT_EQ(textOf(ByteView(reply, 3)), "OK\r");
+
+  // A device unplugged under the link fails it.
+  ::close(controller);
+  EXPECT_TRUE(eventually([&] { return isFinished(pair.output->streamStatus()); }));
 }

@@ -1,7 +1,10 @@
 #pragma once
 // Globals the BLE link exports.
 
+#include <orvante/export.hpp>
 #include <cstdint>
+
+ORVANTE_API_BEGIN
 
 extern "C" {
 // Length of the most recent notification's value on the receive
@@ -10,3 +13,5 @@ extern std::int32_t BleReceivedLen;
 // Exported and never used by the library.
 extern std::int32_t countPacket;
 }
+
+ORVANTE_API_END

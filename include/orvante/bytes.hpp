@@ -1,11 +1,14 @@
 #pragma once
 // Byte buffers and views used throughout the library.
 
+#include <orvante/export.hpp>
 #include <cstdint>
 #include <span>
 #include <string>
 #include <string_view>
 #include <vector>
+
+ORVANTE_API_BEGIN
 
 namespace orvante {
 
@@ -27,3 +30,5 @@ inline std::string textOf(ByteView bytes) {
 }
 
 }  // namespace orvante
+
+ORVANTE_API_END

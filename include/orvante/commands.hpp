@@ -5,10 +5,13 @@
 // shortest decimal form). The lines are UTF-8 text; the session sends most
 // of them in Big5-HKSCS, which is the same bytes for ASCII.
 
+#include <orvante/export.hpp>
 #include <string>
 #include <string_view>
 
 #include <orvante/value.hpp>
+
+ORVANTE_API_BEGIN
 
 namespace orvante::commands {
 
@@ -66,3 +69,5 @@ inline constexpr std::string_view kRfidDetectLine = "RFIDDETECT\r\n";
 std::string downloadHeader(std::string_view name, std::size_t size);
 
 }  // namespace orvante::commands
+
+ORVANTE_API_END

@@ -1,6 +1,10 @@
 #pragma once
 // How a colour or grey image becomes the printer's one-bit raster.
 
+#include <orvante/export.hpp>
+
+ORVANTE_API_BEGIN
+
 namespace orvante {
 
 enum class Dither {
@@ -20,3 +24,5 @@ enum class Dither {
 };
 
 }  // namespace orvante
+
+ORVANTE_API_END

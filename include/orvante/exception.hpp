@@ -2,8 +2,11 @@
 // A named exception: the connection guard raises "NoConnectionException";
 // an image too large to draw fails as "ImageTooLarge".
 
+#include <orvante/export.hpp>
 #include <stdexcept>
 #include <string>
+
+ORVANTE_API_BEGIN
 
 namespace orvante {
 
@@ -23,3 +26,5 @@ class Exception : public std::runtime_error {
 };
 
 }  // namespace orvante
+
+ORVANTE_API_END

@@ -3,8 +3,11 @@
 // event threads: every read copies the value and every write replaces it
 // under a private mutex that is never held across I/O.
 
+#include <orvante/export.hpp>
 #include <mutex>
 #include <utility>
+
+ORVANTE_API_BEGIN
 
 namespace orvante {
 
@@ -48,3 +51,5 @@ class Field {
 };
 
 }  // namespace orvante
+
+ORVANTE_API_END

@@ -1,7 +1,10 @@
 #pragma once
 // Sizes, rectangles and angles as the rendered-text operations take them.
 
+#include <orvante/export.hpp>
 #include <orvante/image.hpp>
+
+ORVANTE_API_BEGIN
 
 namespace orvante {
 
@@ -23,3 +26,5 @@ inline Rect CGRectMake(double x, double y, double width, double height) {
 inline double radians(double degrees) { return degrees * 3.141592653589793 / 180; }
 
 }  // namespace orvante
+
+ORVANTE_API_END

@@ -2,10 +2,13 @@
 // Images as the raster operations take them: premultiplied RGBA pixels,
 // top row first, with a size in points (pixels divided by the scale).
 
+#include <orvante/export.hpp>
 #include <cstdint>
 #include <string>
 
 #include <orvante/bytes.hpp>
+
+ORVANTE_API_BEGIN
 
 namespace orvante {
 
@@ -55,3 +58,5 @@ class Image {
 };
 
 }  // namespace orvante
+
+ORVANTE_API_END

@@ -22,6 +22,8 @@
 #include <orvante/image.hpp>
 #include <orvante/pdf.hpp>
 
+ORVANTE_API_BEGIN
+
 namespace orvante {
 
 // The encodings printer-font text can be sent in.
@@ -54,7 +56,7 @@ struct BarcodeOptions {
   int wide = 2;
 };
 
-class ORVANTE_EXPORT Label {
+class Label {
  public:
   // The printer's resolution, for sizes in mm and the checks against the
   // label's size: 203 (8 dots/mm) or 300 (12 dots/mm), or any other.
@@ -113,3 +115,5 @@ class ORVANTE_EXPORT Label {
 };
 
 }  // namespace orvante
+
+ORVANTE_API_END

@@ -5,9 +5,12 @@
 // the default sink is syslog. The version notice of about() goes to the
 // notice handler; by default it is logged.
 
+#include <orvante/export.hpp>
 #include <functional>
 #include <string>
 #include <string_view>
+
+ORVANTE_API_BEGIN
 
 namespace orvante {
 
@@ -34,3 +37,5 @@ void setNoticeHandler(NoticeHandler handler);
 void log(std::string_view line);
 
 }  // namespace orvante
+
+ORVANTE_API_END

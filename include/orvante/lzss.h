@@ -10,6 +10,7 @@
 
 #include <stdint.h>
 
+#pragma GCC visibility push(default)
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -51,5 +52,6 @@ void my_putc(unsigned char c);
 #ifdef __cplusplus
 }
 #endif
+#pragma GCC visibility pop
 
 #endif

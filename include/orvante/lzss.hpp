@@ -1,9 +1,12 @@
 #pragma once
 // The reentrant door to the LZSS encoder, and its decoder.
 
+#include <orvante/export.hpp>
 #include <stdexcept>
 
 #include <orvante/bytes.hpp>
+
+ORVANTE_API_BEGIN
 
 namespace orvante::lzss {
 
@@ -22,3 +25,5 @@ class DecodeError : public std::runtime_error {
 Bytes decode(ByteView stream, std::size_t expected);
 
 }  // namespace orvante::lzss
+
+ORVANTE_API_END

@@ -11,12 +11,15 @@
 // that would need more at the asked resolution is not printed and its
 // operation returns -1.
 
+#include <orvante/export.hpp>
 #include <memory>
 #include <optional>
 #include <string>
 
 #include <orvante/bytes.hpp>
 #include <orvante/image.hpp>
+
+ORVANTE_API_BEGIN
 
 namespace orvante {
 
@@ -53,3 +56,5 @@ class PdfDocument {
 };
 
 }  // namespace orvante
+
+ORVANTE_API_END

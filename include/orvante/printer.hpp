@@ -20,18 +20,20 @@
 #include <orvante/bytes.hpp>
 #include <orvante/export.hpp>
 
+ORVANTE_API_BEGIN
+
 namespace orvante {
 
 class Label;
 
 // Why a printer could not be reached or did not do what was asked.
-class ORVANTE_EXPORT Error : public std::runtime_error {
+class Error : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
 // The printer's status byte and what it says.
-struct ORVANTE_EXPORT PrinterStatus {
+struct PrinterStatus {
   std::uint8_t byte = 0;
 
   bool ready() const { return byte == 0; }
@@ -46,7 +48,7 @@ struct ORVANTE_EXPORT PrinterStatus {
   std::string describe() const;
 };
 
-class ORVANTE_EXPORT Printer {
+class Printer {
  public:
   using Timeout = std::chrono::milliseconds;
   // Bytes sent so far out of the total of one send.
@@ -92,3 +94,5 @@ class ORVANTE_EXPORT Printer {
 };
 
 }  // namespace orvante
+
+ORVANTE_API_END

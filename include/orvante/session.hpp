@@ -2,6 +2,7 @@
 // ORVANTESDK: the printer session. One object per printer connection; every
 // public operation runs and blocks on the caller's thread.
 
+#include <orvante/export.hpp>
 #include <atomic>
 #include <cstdint>
 #include <memory>
@@ -15,6 +16,8 @@
 #include <orvante/platform/platform.hpp>
 #include <orvante/session_fields.hpp>
 #include <orvante/value.hpp>
+
+ORVANTE_API_BEGIN
 
 class ORVANTESDK;
 
@@ -362,3 +365,5 @@ class ORVANTESDK : protected ORVANTESDKFields {
 
   std::unique_ptr<Internals> internals_;
 };
+
+ORVANTE_API_END

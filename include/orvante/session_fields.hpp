@@ -11,6 +11,7 @@
 // subclass those names are the operations; the fields are reached as
 // ORVANTESDKFields::readStream and so on.
 
+#include <orvante/export.hpp>
 #include <atomic>
 #include <cstdint>
 #include <memory>
@@ -21,6 +22,8 @@
 #include <orvante/bytes.hpp>
 #include <orvante/field.hpp>
 #include <orvante/platform/platform.hpp>
+
+ORVANTE_API_BEGIN
 
 class ORVANTESDKFields {
  protected:
@@ -63,3 +66,5 @@ class ORVANTESDKFields {
   orvante::Field<std::optional<std::string>> commandbuffer;                             // 31
   orvante::Field<std::shared_ptr<orvante::ble::Central>> CM;                            // 32
 };
+
+ORVANTE_API_END

@@ -2,12 +2,15 @@
 // An argument that a command places into its text: a string, a number or a
 // boolean, read the way the platform's string and number objects read.
 
+#include <orvante/export.hpp>
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
 #include <variant>
+
+ORVANTE_API_BEGIN
 
 namespace orvante {
 
@@ -45,3 +48,5 @@ class Value {
 };
 
 }  // namespace orvante
+
+ORVANTE_API_END

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 
-#include "../transport/socket_streams.hpp"
 
 namespace orvante::testing {
 
@@ -73,7 +72,7 @@ std::shared_ptr<AccessorySession> FakeAccessoryManager::openSession(
     std::lock_guard lock(mutex_);
     printers_.push_back(printer);
   }
-  auto streams = transport::adoptSocketStreams(ends[0]);
+  auto streams = streamsOverSocket(ends[0]);
   if (wrapper) streams = wrapper(std::move(streams));
   return std::make_shared<AccessorySession>(accessory, protocol, std::move(streams));
 }

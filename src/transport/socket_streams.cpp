@@ -672,3 +672,15 @@ StreamPair SocketStreamFactory::createPairWithSocketToHost(const std::string& ho
 }
 
 }  // namespace orvante::transport
+
+namespace orvante {
+
+StreamPair streamsOverSocket(int fd) {
+  return transport::adoptSocketStreams(fd);
+}
+
+StreamPair streamsOverDevice(int fd) {
+  return transport::adoptDeviceStreams(fd);
+}
+
+}  // namespace orvante

@@ -3,6 +3,7 @@
 // serial profile, USB or serial devices), listed with their protocol names,
 // names and properties, opened as a stream pair.
 
+#include <orvante/export.hpp>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -10,6 +11,8 @@
 #include <vector>
 
 #include <orvante/platform/stream.hpp>
+
+ORVANTE_API_BEGIN
 
 namespace orvante {
 
@@ -60,3 +63,5 @@ void setAccessoryPicker(std::function<void()> picker);
 void showAccessoryPicker();
 
 }  // namespace orvante
+
+ORVANTE_API_END

@@ -3,6 +3,7 @@
 // without response, notifications and cancel, with every callback delivered
 // on one serial thread named by the session ("myCentralQueue").
 
+#include <orvante/export.hpp>
 #include <array>
 #include <cstdint>
 #include <memory>
@@ -12,6 +13,8 @@
 #include <vector>
 
 #include <orvante/bytes.hpp>
+
+ORVANTE_API_BEGIN
 
 namespace orvante::ble {
 
@@ -154,3 +157,5 @@ class CentralFactory {
 };
 
 }  // namespace orvante::ble
+
+ORVANTE_API_END

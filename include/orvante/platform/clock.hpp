@@ -1,4 +1,8 @@
 #pragma once
+
+#include <orvante/export.hpp>
+
+ORVANTE_API_BEGIN
 // Pauses. Every pause of the library is a sleep of the calling thread taken
 // through this seam, so tests can record the schedule instead of waiting.
 
@@ -19,3 +23,5 @@ class SystemClock final : public Clock {
 };
 
 }  // namespace orvante
+
+ORVANTE_API_END

@@ -3,7 +3,10 @@
 // a callback being delivered has returned, so a cleared delegate is never
 // called again; a callback may set it from inside the delivery.
 
+#include <orvante/export.hpp>
 #include <mutex>
+
+ORVANTE_API_BEGIN
 
 namespace orvante::transport {
 
@@ -37,3 +40,5 @@ class DelegateSlot {
 };
 
 }  // namespace orvante::transport
+
+ORVANTE_API_END

@@ -3,12 +3,15 @@
 // the default session uses the system's. Tests and tools hand a session
 // other implementations of the same seams.
 
+#include <orvante/export.hpp>
 #include <memory>
 
 #include <orvante/platform/accessory.hpp>
 #include <orvante/platform/ble.hpp>
 #include <orvante/platform/clock.hpp>
 #include <orvante/platform/stream.hpp>
+
+ORVANTE_API_BEGIN
 
 namespace orvante {
 
@@ -23,3 +26,5 @@ struct Platform {
 };
 
 }  // namespace orvante
+
+ORVANTE_API_END

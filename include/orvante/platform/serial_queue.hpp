@@ -2,9 +2,12 @@
 // A serial task queue on one named thread, like a serial dispatch queue.
 // BLE centrals deliver every callback through one.
 
+#include <orvante/export.hpp>
 #include <functional>
 #include <memory>
 #include <string>
+
+ORVANTE_API_BEGIN
 
 namespace orvante::transport {
 
@@ -30,3 +33,5 @@ class SerialQueue {
 };
 
 }  // namespace orvante::transport
+
+ORVANTE_API_END

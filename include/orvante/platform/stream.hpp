@@ -3,10 +3,13 @@
 // with the platform's status values and events delivered to a delegate on
 // the pair's own event thread.
 
+#include <orvante/export.hpp>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
+
+ORVANTE_API_BEGIN
 
 namespace orvante {
 
@@ -87,6 +90,16 @@ inline bool isDead(const StreamPair& pair) {
   return done(pair.input) && done(pair.output);
 }
 
+// A stream pair over a connected socket (one end of a socketpair, a
+// Bluetooth serial channel, a TCP connection made elsewhere), whose events
+// the library's event loop delivers. Takes the descriptor; both streams are
+// null when no pair can be made.
+StreamPair streamsOverSocket(int fd);
+// The same over an open device or any other pollable descriptor that is
+// not a socket (a serial line, a USB printer, a pipe), read and written
+// with read(2) and write(2).
+StreamPair streamsOverDevice(int fd);
+
 class StreamFactory {
  public:
   virtual ~StreamFactory() = default;
@@ -96,3 +109,5 @@ class StreamFactory {
 };
 
 }  // namespace orvante
+
+ORVANTE_API_END

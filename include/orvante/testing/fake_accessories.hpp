@@ -2,6 +2,7 @@
 // In-memory accessories: printers "connected" over the serial data link,
 // each session a socketpair whose far end is a PrinterPeer.
 
+#include <orvante/export.hpp>
 #include <functional>
 #include <map>
 #include <memory>
@@ -11,6 +12,8 @@
 #include <orvante/platform/accessory.hpp>
 
 #include <orvante/testing/printer_peer.hpp>
+
+ORVANTE_API_BEGIN
 
 namespace orvante::testing {
 
@@ -68,3 +71,5 @@ class FakeAccessoryManager final : public AccessoryManager {
 };
 
 }  // namespace orvante::testing
+
+ORVANTE_API_END

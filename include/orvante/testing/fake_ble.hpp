@@ -4,6 +4,7 @@
 // acknowledgements and failures. Every callback is delivered on the
 // central's serial queue, as a real central does.
 
+#include <orvante/export.hpp>
 #include <functional>
 #include <map>
 #include <memory>
@@ -15,6 +16,8 @@
 
 #include <orvante/platform/delegate_slot.hpp>
 #include <orvante/platform/serial_queue.hpp>
+
+ORVANTE_API_BEGIN
 
 namespace orvante::testing {
 
@@ -201,3 +204,5 @@ class FakeBleRadio final : public ble::CentralFactory {
 };
 
 }  // namespace orvante::testing
+
+ORVANTE_API_END

@@ -3,6 +3,7 @@
 // port and gives each to a PrinterPeer, which records every byte and
 // answers through the responder.
 
+#include <orvante/export.hpp>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
@@ -10,6 +11,8 @@
 #include <vector>
 
 #include <orvante/testing/printer_peer.hpp>
+
+ORVANTE_API_BEGIN
 
 namespace orvante::testing {
 
@@ -45,3 +48,5 @@ class LoopbackPrinter {
 int refusedPort();
 
 }  // namespace orvante::testing
+
+ORVANTE_API_END

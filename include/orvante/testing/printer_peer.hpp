@@ -3,6 +3,7 @@
 // it receives on a connected socket, answers through a responder, and can
 // misbehave on purpose (pause reading, close, reset).
 
+#include <orvante/export.hpp>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
@@ -10,6 +11,8 @@
 #include <thread>
 
 #include <orvante/bytes.hpp>
+
+ORVANTE_API_BEGIN
 
 namespace orvante::testing {
 
@@ -72,3 +75,5 @@ class PrinterPeer {
 };
 
 }  // namespace orvante::testing
+
+ORVANTE_API_END

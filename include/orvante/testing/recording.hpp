@@ -4,6 +4,7 @@
 // The recording clock and the recording streams write to one timeline, so
 // the schedule reads as text: "pause 0.3 | write "~!T" | pause 0.4".
 
+#include <orvante/export.hpp>
 #include <condition_variable>
 #include <functional>
 #include <memory>
@@ -15,6 +16,8 @@
 #include <orvante/bytes.hpp>
 #include <orvante/platform/clock.hpp>
 #include <orvante/platform/stream.hpp>
+
+ORVANTE_API_BEGIN
 
 namespace orvante::testing {
 
@@ -107,3 +110,5 @@ class RecordingStreamFactory final : public StreamFactory {
 };
 
 }  // namespace orvante::testing
+
+ORVANTE_API_END

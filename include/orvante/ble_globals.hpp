@@ -1,8 +1,9 @@
 #pragma once
 // Globals the BLE link exports.
 
-#include <orvante/export.hpp>
 #include <cstdint>
+
+#include <orvante/export.hpp>
 
 ORVANTE_API_BEGIN
 

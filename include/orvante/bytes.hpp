@@ -1,12 +1,13 @@
 #pragma once
 // Byte buffers and views used throughout the library.
 
-#include <orvante/export.hpp>
 #include <cstdint>
 #include <span>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include <orvante/export.hpp>
 
 ORVANTE_API_BEGIN
 

@@ -5,10 +5,10 @@
 // shortest decimal form). The lines are UTF-8 text; the session sends most
 // of them in Big5-HKSCS, which is the same bytes for ASCII.
 
-#include <orvante/export.hpp>
 #include <string>
 #include <string_view>
 
+#include <orvante/export.hpp>
 #include <orvante/value.hpp>
 
 ORVANTE_API_BEGIN

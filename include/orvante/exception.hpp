@@ -2,9 +2,10 @@
 // A named exception: the connection guard raises "NoConnectionException";
 // an image too large to draw fails as "ImageTooLarge".
 
-#include <orvante/export.hpp>
 #include <stdexcept>
 #include <string>
+
+#include <orvante/export.hpp>
 
 ORVANTE_API_BEGIN
 

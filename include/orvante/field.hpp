@@ -3,9 +3,10 @@
 // event threads: every read copies the value and every write replaces it
 // under a private mutex that is never held across I/O.
 
-#include <orvante/export.hpp>
 #include <mutex>
 #include <utility>
+
+#include <orvante/export.hpp>
 
 ORVANTE_API_BEGIN
 

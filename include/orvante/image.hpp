@@ -2,11 +2,11 @@
 // Images as the raster operations take them: premultiplied RGBA pixels,
 // top row first, with a size in points (pixels divided by the scale).
 
-#include <orvante/export.hpp>
 #include <cstdint>
 #include <string>
 
 #include <orvante/bytes.hpp>
+#include <orvante/export.hpp>
 
 ORVANTE_API_BEGIN
 

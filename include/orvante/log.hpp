@@ -5,10 +5,11 @@
 // the default sink is syslog. The version notice of about() goes to the
 // notice handler; by default it is logged.
 
-#include <orvante/export.hpp>
 #include <functional>
 #include <string>
 #include <string_view>
+
+#include <orvante/export.hpp>
 
 ORVANTE_API_BEGIN
 

@@ -1,10 +1,10 @@
 #pragma once
 // The reentrant door to the LZSS encoder, and its decoder.
 
-#include <orvante/export.hpp>
 #include <stdexcept>
 
 #include <orvante/bytes.hpp>
+#include <orvante/export.hpp>
 
 ORVANTE_API_BEGIN
 

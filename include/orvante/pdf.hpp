@@ -11,12 +11,12 @@
 // that would need more at the asked resolution is not printed and its
 // operation returns -1.
 
-#include <orvante/export.hpp>
 #include <memory>
 #include <optional>
 #include <string>
 
 #include <orvante/bytes.hpp>
+#include <orvante/export.hpp>
 #include <orvante/image.hpp>
 
 ORVANTE_API_BEGIN

@@ -2,7 +2,6 @@
 // ORVANTESDK: the printer session. One object per printer connection; every
 // public operation runs and blocks on the caller's thread.
 
-#include <orvante/export.hpp>
 #include <atomic>
 #include <cstdint>
 #include <memory>
@@ -11,6 +10,7 @@
 #include <vector>
 
 #include <orvante/bytes.hpp>
+#include <orvante/export.hpp>
 #include <orvante/image.hpp>
 #include <orvante/pdf.hpp>
 #include <orvante/platform/platform.hpp>
@@ -20,10 +20,7 @@
 ORVANTE_API_BEGIN
 
 class ORVANTESDK;
-
-namespace orvante {
-struct LayoutRule;
-}  // namespace orvante
+struct SessionOps;
 
 // The session hears its streams and its BLE central through private
 // adapters that call the plain methods below, so no callback ever
@@ -329,39 +326,10 @@ class ORVANTESDK : protected ORVANTESDKFields {
   void pause(double seconds);
 
  private:
+  // The session's own state and the steps its operations share, both
+  // defined inside the library.
   struct Internals;
-
-  void drainUnclaimedReply();
-  std::shared_ptr<orvante::InputStream> replySource();
-  std::shared_ptr<orvante::OutputStream> accessoryOutput();
-  void keepAbandoned(orvante::StreamPair streams);
-  void startTcpStreams(const orvante::StreamPair& pair);
-  void raiseTcpFlag();
-  void failTcpLink();
-  void releaseFailedTcpStreams();
-  std::int64_t closeLink(std::optional<double> delayBefore, bool disconnectBle);
-  std::int64_t openAccessory(const std::string& protocol, const std::optional<std::string>& name,
-                             bool flagFirst, double settle);
-
-  // The link that output takes: the first flag that is exactly 1.
-  enum class Link : int;
-  Link currentLink() const;
-  // Whether the current link replies through streams (TCP or accessory).
-  bool readsStreams() const;
-  std::int64_t sendRawText(orvante::ByteView bytes);
-  // Sends by the builders' rule; returns the link the bytes went to.
-  Link sendBuilderBytes(orvante::ByteView bytes);
-  // Compresses with the encoder's C functions, under the session's lock.
-  orvante::Bytes compressRaster(orvante::ByteView raster);
-  void sendPicture(const orvante::Image& image, std::int32_t x, std::int32_t y, bool whiteFill,
-                   double threshold);
-  std::int64_t sendLayout(const std::string& text, const orvante::LayoutRule& rule,
-                          std::optional<double> delay);
-  std::optional<orvante::Bytes> query(orvante::ByteView command, double tcpPause);
-  std::optional<orvante::Bytes> awaitReply(bool watchOutputStatus);
-  orvante::Bytes settleBleReply();
-  void sendInChunks(orvante::ByteView file);
-  void detachEverything();
+  friend struct ::SessionOps;
 
   std::unique_ptr<Internals> internals_;
 };

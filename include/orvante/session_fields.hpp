@@ -11,7 +11,6 @@
 // subclass those names are the operations; the fields are reached as
 // ORVANTESDKFields::readStream and so on.
 
-#include <orvante/export.hpp>
 #include <atomic>
 #include <cstdint>
 #include <memory>
@@ -20,6 +19,7 @@
 #include <vector>
 
 #include <orvante/bytes.hpp>
+#include <orvante/export.hpp>
 #include <orvante/field.hpp>
 #include <orvante/platform/platform.hpp>
 

@@ -2,13 +2,14 @@
 // An argument that a command places into its text: a string, a number or a
 // boolean, read the way the platform's string and number objects read.
 
-#include <orvante/export.hpp>
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
 #include <variant>
+
+#include <orvante/export.hpp>
 
 ORVANTE_API_BEGIN
 

@@ -5,6 +5,7 @@
 #include <mutex>
 
 #include "internals.hpp"
+#include "session_ops.hpp"
 
 namespace {
 
@@ -39,55 +40,56 @@ void showAccessoryPicker() {
 // The variants differ in the protocol, whether the accessory must carry a
 // name, whether MFI_port is set before the search (and so stays set when
 // nothing is found), and the pause before the result.
-std::int64_t ORVANTESDK::openAccessory(const std::string& protocol,
+std::int64_t SessionOps::openAccessory(ORVANTESDK& s, const std::string& protocol,
                                        const std::optional<std::string>& name, bool flagFirst,
                                        double settle) {
-  if (flagFirst) MFI_port = 1;
-  auto& manager = *platform().accessories;
+  if (flagFirst) s.MFI_port = 1;
+  auto& manager = *s.platform().accessories;
   for (const auto& candidate : manager.connectedAccessories()) {
     const auto protocols = candidate->protocolStrings();
     if (std::find(protocols.begin(), protocols.end(), protocol) == protocols.end()) continue;
-    ORVANTESDKFields::accessory = candidate;
+    s.ORVANTESDKFields::accessory = candidate;
     (void)candidate->name();
     break;
   }
   // An accessory stored by an earlier open is opened again, even when the
   // search found none this time.
-  auto chosen = accessory();
+  auto chosen = s.accessory();
   if (chosen && (!name || chosen->name() == *name)) {
     // A previous session is replaced without being closed.
-    if (auto previous = ORVANTESDKFields::session.exchange(manager.openSession(chosen, protocol))) {
-      keepAbandoned({previous->inputStream(), previous->outputStream()});
+    if (auto previous =
+            s.ORVANTESDKFields::session.exchange(manager.openSession(chosen, protocol))) {
+      SessionOps::keepAbandoned(s, {previous->inputStream(), previous->outputStream()});
     }
-    internals_->startThread([this] { openportMFI_thread(); });
-    MFI_port = 1;
+    s.internals_->startThread([&s] { s.openportMFI_thread(); });
+    s.MFI_port = 1;
   }
-  pause(settle);
-  return MFIPortEnable == 1 ? 1 : -1;
+  s.pause(settle);
+  return s.MFIPortEnable == 1 ? 1 : -1;
 }
 
 std::int64_t ORVANTESDK::openportMFI() {
-  return openAccessory(kDataPath, std::nullopt, false, kSettle);
+  return SessionOps::openAccessory(*this, kDataPath, std::nullopt, false, kSettle);
 }
 
 std::int64_t ORVANTESDK::openportMFI_delay(double delay) {
-  return openAccessory(kDataPath, std::nullopt, true, delay);
+  return SessionOps::openAccessory(*this, kDataPath, std::nullopt, true, delay);
 }
 
 std::int64_t ORVANTESDK::openportMFI(const std::string& protocol) {
-  return openAccessory(protocol, std::nullopt, true, kProtocolSettle);
+  return SessionOps::openAccessory(*this, protocol, std::nullopt, true, kProtocolSettle);
 }
 
 std::int64_t ORVANTESDK::openportMFI_delay(const std::string& protocol, double delay) {
-  return openAccessory(protocol, std::nullopt, true, delay);
+  return SessionOps::openAccessory(*this, protocol, std::nullopt, true, delay);
 }
 
 std::int64_t ORVANTESDK::openportMFI_withname(const std::string& name) {
-  return openAccessory(kDataPath, name, false, kSettle);
+  return SessionOps::openAccessory(*this, kDataPath, name, false, kSettle);
 }
 
 std::int64_t ORVANTESDK::openportMFI_withname(const std::string& name, double delay) {
-  return openAccessory(kDataPath, name, true, delay);
+  return SessionOps::openAccessory(*this, kDataPath, name, true, delay);
 }
 
 // Opens the session's streams with the session as their delegate. Their

@@ -4,10 +4,10 @@
 
 #include <stdexcept>
 
-#include "internals.hpp"
-#include "link.hpp"
 #include <orvante/commands.hpp>
 #include "../commands/text_encoding.hpp"
+#include "internals.hpp"
+#include "session_ops.hpp"
 
 namespace commands = orvante::commands;
 using V = orvante::Value;
@@ -73,7 +73,7 @@ std::string ORVANTESDK::WiFi_StaticIP(const std::string& address, const std::str
 }
 
 std::string ORVANTESDK::smartbattery_status(std::int64_t selector) {
-  const auto link = currentLink();
+  const auto link = SessionOps::currentLink(*this);
   if (link == Link::Tcp) {
     sendcommand_getstring(commands::interfaceLine("NET"));
   } else if (link == Link::Accessory) {
@@ -88,8 +88,7 @@ std::string ORVANTESDK::smartbattery_status(std::int64_t selector) {
 
 std::int64_t ORVANTESDK::rfidRead(const V& tagType, const V& format, const V& startBlock,
                                   const V& readDataSize, const V& memoryBank) {
-  return sendcommand(
-      commands::rfidReadLine(tagType, format, startBlock, readDataSize, memoryBank));
+  return sendcommand(commands::rfidReadLine(tagType, format, startBlock, readDataSize, memoryBank));
 }
 
 std::int64_t ORVANTESDK::rfidWrite(const V& tagType, const V& format, const V& startBlock,

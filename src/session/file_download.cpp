@@ -5,10 +5,10 @@
 #include <cstdio>
 #include <fstream>
 
-#include "internals.hpp"
-#include "link.hpp"
 #include <orvante/commands.hpp>
 #include "../commands/text_encoding.hpp"
+#include "internals.hpp"
+#include "session_ops.hpp"
 
 using orvante::Bytes;
 using orvante::ByteView;
@@ -43,16 +43,17 @@ const Bytes kLineEnd = orvante::bytesOf("\r\n");
 // Below one chunk the file goes in one piece; from one chunk up every chunk
 // waits 2 s and is announced on standard output, and an exact multiple of
 // the chunk size ends with one more, empty, chunk.
-void ORVANTESDK::sendInChunks(ByteView file) {
+void SessionOps::sendInChunks(ORVANTESDK& s, ByteView file) {
   if (file.size() < kChunk) {
-    _printWithStream(oStream.load(), file);
+    s._printWithStream(s.oStream.load(), file);
     return;
   }
   for (std::size_t offset = 0; offset <= file.size(); offset += kChunk) {
-    pause(kChunkPause);
+    s.pause(kChunkPause);
     std::fputs("size > max size\n", stdout);
     std::fflush(stdout);
-    _printWithStream(oStream.load(), file.subspan(offset, std::min(kChunk, file.size() - offset)));
+    s._printWithStream(s.oStream.load(),
+                       file.subspan(offset, std::min(kChunk, file.size() - offset)));
   }
 }
 
@@ -64,10 +65,10 @@ std::int64_t ORVANTESDK::downloadpcx(const std::string& path, const std::string&
     // The header goes out before any link is tested; the output path sends
     // it on TCP and the accessory link only.
     _printWithStream(oStream.load(), head);
-    switch (currentLink()) {
+    switch (SessionOps::currentLink(*this)) {
       case Link::Tcp:
       case Link::Accessory:
-        sendInChunks(*file);
+        SessionOps::sendInChunks(*this, *file);
         _printWithStream(oStream.load(), kLineEnd);
         pause(kFinalPause);
         return 1;
@@ -95,7 +96,7 @@ std::int64_t ORVANTESDK::downloadttf(const std::string& path, const std::string&
 
 std::int64_t ORVANTESDK::downloadData(ByteView data, const std::string& name) {
   const Bytes head = header(name, data.size());
-  switch (currentLink()) {
+  switch (SessionOps::currentLink(*this)) {
     case Link::Tcp:
       // The header takes the output path; the bytes and the line end are
       // single direct writes, as raw bytes are on TCP.
@@ -118,10 +119,10 @@ std::int64_t ORVANTESDK::downloadData(ByteView data, const std::string& name) {
 std::int64_t ORVANTESDK::sendfile(const std::string& path, const std::string&) {
   const auto file = readFile(path);
   if (!file) return -1;
-  switch (currentLink()) {
+  switch (SessionOps::currentLink(*this)) {
     case Link::Tcp:
     case Link::Accessory:
-      sendInChunks(*file);
+      SessionOps::sendInChunks(*this, *file);
       return 1;
     case Link::Ble:
       sendcommandWithData(*file);

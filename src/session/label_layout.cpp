@@ -1,10 +1,10 @@
 // Label layout and print: the builders of size, media, clear, barcode,
 // printer-font text, print, form feed and tear-off lines.
 
-#include "internals.hpp"
-#include "link.hpp"
 #include <orvante/commands.hpp>
 #include "../commands/text_encoding.hpp"
+#include "internals.hpp"
+#include "session_ops.hpp"
 
 using orvante::TextEncoding;
 using V = orvante::Value;
@@ -41,17 +41,17 @@ using orvante::commands::textLine;
 
 }  // namespace
 
-ORVANTESDK::Link ORVANTESDK::sendBuilderBytes(orvante::ByteView bytes) {
-  const auto link = currentLink();
+Link SessionOps::sendBuilderBytes(ORVANTESDK& s, orvante::ByteView bytes) {
+  const auto link = SessionOps::currentLink(s);
   switch (link) {
     case Link::Tcp:
-      _printWithStream(oStream.load(), bytes);
+      s._printWithStream(s.oStream.load(), bytes);
       break;
     case Link::Accessory:
-      _printWithStream(accessoryOutput(), bytes);
+      s._printWithStream(SessionOps::accessoryOutput(s), bytes);
       break;
     case Link::Ble:
-      BLE_OutStream(bytes);
+      s.BLE_OutStream(bytes);
       break;
     case Link::None:
       break;
@@ -59,12 +59,12 @@ ORVANTESDK::Link ORVANTESDK::sendBuilderBytes(orvante::ByteView bytes) {
   return link;
 }
 
-std::int64_t ORVANTESDK::sendLayout(const std::string& text, const orvante::LayoutRule& rule,
-                                    std::optional<double> delay) {
-  if (delay) pause(*delay);
-  const auto link = currentLink();
-  if ((link == Link::Accessory || link == Link::Ble) && rule.keepsText) commandbuffer = text;
-  switch (sendBuilderBytes(orvante::encode(text, rule.encoding))) {
+std::int64_t SessionOps::sendLayout(ORVANTESDK& s, const std::string& text,
+                                    const orvante::LayoutRule& rule, std::optional<double> delay) {
+  if (delay) s.pause(*delay);
+  const auto link = SessionOps::currentLink(s);
+  if ((link == Link::Accessory || link == Link::Ble) && rule.keepsText) s.commandbuffer = text;
+  switch (SessionOps::sendBuilderBytes(s, orvante::encode(text, rule.encoding))) {
     case Link::Tcp:
     case Link::Accessory:
       return 1;
@@ -78,44 +78,48 @@ std::int64_t ORVANTESDK::sendLayout(const std::string& text, const orvante::Layo
 
 std::int64_t ORVANTESDK::setup(const V& width, const V& height, const V& speed, const V& density,
                                const V& sensor, const V& vertical, const V& offset) {
-  return sendLayout(setupLines(width, height, speed, density, sensor, vertical, offset), kSetup,
-                    std::nullopt);
+  return SessionOps::sendLayout(*this,
+                                setupLines(width, height, speed, density, sensor, vertical, offset),
+                                kSetup, std::nullopt);
 }
 
 std::int64_t ORVANTESDK::setupForWidth(const V& width, const V& height, const V& speed,
                                        const V& density, const V& sensor, const V& vertical,
                                        const V& offset, double delay) {
-  return sendLayout(setupLines(width, height, speed, density, sensor, vertical, offset), kSetup,
-                    delay);
+  return SessionOps::sendLayout(
+      *this, setupLines(width, height, speed, density, sensor, vertical, offset), kSetup, delay);
 }
 
 std::int64_t ORVANTESDK::clearbuffer() {
-  return sendLayout(std::string(orvante::commands::kClearLine), kClear, std::nullopt);
+  return SessionOps::sendLayout(*this, std::string(orvante::commands::kClearLine), kClear,
+                                std::nullopt);
 }
 
 std::int64_t ORVANTESDK::clearBuffer(double delay) {
-  return sendLayout(std::string(orvante::commands::kClearLine), kClear, delay);
+  return SessionOps::sendLayout(*this, std::string(orvante::commands::kClearLine), kClear, delay);
 }
 
 std::int64_t ORVANTESDK::barcode(const V& x, const V& y, const V& barcodeType, const V& height,
                                  const V& readable, const V& rotation, const V& narrow,
                                  const V& wide, const V& code) {
-  return sendLayout(barcodeLine(x, y, barcodeType, height, readable, rotation, narrow, wide, code),
-                    kBarcode, std::nullopt);
+  return SessionOps::sendLayout(
+      *this, barcodeLine(x, y, barcodeType, height, readable, rotation, narrow, wide, code),
+      kBarcode, std::nullopt);
 }
 
 std::int64_t ORVANTESDK::barcodeFromX(const V& x, const V& y, const V& barcodeType, const V& height,
                                       const V& readable, const V& rotation, const V& narrow,
                                       const V& wide, const V& code, double delay) {
-  return sendLayout(barcodeLine(x, y, barcodeType, height, readable, rotation, narrow, wide, code),
-                    kBarcode, delay);
+  return SessionOps::sendLayout(
+      *this, barcodeLine(x, y, barcodeType, height, readable, rotation, narrow, wide, code),
+      kBarcode, delay);
 }
 
 std::int64_t ORVANTESDK::printerfont(const V& x, const V& y, const V& fontName, const V& rotation,
                                      const V& magnificationRateX, const V& magnificationRateY,
                                      const V& content) {
-  return sendLayout(
-      textLine(x, y, fontName, rotation, magnificationRateX, magnificationRateY, content),
+  return SessionOps::sendLayout(
+      *this, textLine(x, y, fontName, rotation, magnificationRateX, magnificationRateY, content),
       kTextUtf8, std::nullopt);
 }
 
@@ -123,16 +127,16 @@ std::int64_t ORVANTESDK::printerfontFromX(const V& x, const V& y, const V& fontN
                                           const V& rotation, const V& magnificationRateX,
                                           const V& magnificationRateY, const V& content,
                                           double delay) {
-  return sendLayout(
-      textLine(x, y, fontName, rotation, magnificationRateX, magnificationRateY, content),
+  return SessionOps::sendLayout(
+      *this, textLine(x, y, fontName, rotation, magnificationRateX, magnificationRateY, content),
       kTextUtf8, delay);
 }
 
 std::int64_t ORVANTESDK::printerfont_GB2321(const V& x, const V& y, const V& fontName,
                                             const V& rotation, const V& magnificationRateX,
                                             const V& magnificationRateY, const V& content) {
-  return sendLayout(
-      textLine(x, y, fontName, rotation, magnificationRateX, magnificationRateY, content),
+  return SessionOps::sendLayout(
+      *this, textLine(x, y, fontName, rotation, magnificationRateX, magnificationRateY, content),
       kTextGb18030, std::nullopt);
 }
 
@@ -140,16 +144,16 @@ std::int64_t ORVANTESDK::printerfont_GB2321(const V& x, const V& y, const V& fon
                                             const V& rotation, const V& magnificationRateX,
                                             const V& magnificationRateY, const V& content,
                                             double delay) {
-  return sendLayout(
-      textLine(x, y, fontName, rotation, magnificationRateX, magnificationRateY, content),
+  return SessionOps::sendLayout(
+      *this, textLine(x, y, fontName, rotation, magnificationRateX, magnificationRateY, content),
       kTextGb18030, delay);
 }
 
 std::int64_t ORVANTESDK::printerfont_BIG5(const V& x, const V& y, const V& fontName,
                                           const V& rotation, const V& magnificationRateX,
                                           const V& magnificationRateY, const V& content) {
-  return sendLayout(
-      textLine(x, y, fontName, rotation, magnificationRateX, magnificationRateY, content),
+  return SessionOps::sendLayout(
+      *this, textLine(x, y, fontName, rotation, magnificationRateX, magnificationRateY, content),
       kTextBig5, std::nullopt);
 }
 
@@ -157,8 +161,8 @@ std::int64_t ORVANTESDK::printerfont_BIG5(const V& x, const V& y, const V& fontN
                                           const V& rotation, const V& magnificationRateX,
                                           const V& magnificationRateY, const V& content,
                                           double delay) {
-  return sendLayout(
-      textLine(x, y, fontName, rotation, magnificationRateX, magnificationRateY, content),
+  return SessionOps::sendLayout(
+      *this, textLine(x, y, fontName, rotation, magnificationRateX, magnificationRateY, content),
       kTextBig5, delay);
 }
 
@@ -177,25 +181,27 @@ std::int64_t ORVANTESDK::printerfont_UTF8(const V& x, const V& y, const V& fontN
 }
 
 std::int64_t ORVANTESDK::printlabel(const V& sets, const V& copies) {
-  return sendLayout(printLine(sets, copies), kPrint, std::nullopt);
+  return SessionOps::sendLayout(*this, printLine(sets, copies), kPrint, std::nullopt);
 }
 
 std::int64_t ORVANTESDK::printLabelWithNumberOfSets(const V& sets, const V& copies, double delay) {
-  return sendLayout(printLine(sets, copies), kPrint, delay);
+  return SessionOps::sendLayout(*this, printLine(sets, copies), kPrint, delay);
 }
 
 std::int64_t ORVANTESDK::formfeed() {
-  return sendLayout(std::string(orvante::commands::kFormFeedLine), kFeed, std::nullopt);
+  return SessionOps::sendLayout(*this, std::string(orvante::commands::kFormFeedLine), kFeed,
+                                std::nullopt);
 }
 
 std::int64_t ORVANTESDK::formfeed(double delay) {
-  return sendLayout(std::string(orvante::commands::kFormFeedLine), kFeed, delay);
+  return SessionOps::sendLayout(*this, std::string(orvante::commands::kFormFeedLine), kFeed, delay);
 }
 
 std::int64_t ORVANTESDK::nobackfeed() {
-  return sendLayout(std::string(orvante::commands::kTearOffLine), kFeed, std::nullopt);
+  return SessionOps::sendLayout(*this, std::string(orvante::commands::kTearOffLine), kFeed,
+                                std::nullopt);
 }
 
 std::int64_t ORVANTESDK::nobackfeed(double delay) {
-  return sendLayout(std::string(orvante::commands::kTearOffLine), kFeed, delay);
+  return SessionOps::sendLayout(*this, std::string(orvante::commands::kTearOffLine), kFeed, delay);
 }

@@ -1,13 +1,13 @@
-#include "link.hpp"
+#include "session_ops.hpp"
 
-ORVANTESDK::Link ORVANTESDK::currentLink() const {
-  if (EthernetPortEnable == 1) return Link::Tcp;
-  if (MFI_port == 1) return Link::Accessory;
-  if (BLEPortEnable == 1) return Link::Ble;
+Link SessionOps::currentLink(const ORVANTESDK& s) {
+  if (s.EthernetPortEnable == 1) return Link::Tcp;
+  if (s.MFI_port == 1) return Link::Accessory;
+  if (s.BLEPortEnable == 1) return Link::Ble;
   return Link::None;
 }
 
-bool ORVANTESDK::readsStreams() const {
-  const auto link = currentLink();
+bool SessionOps::readsStreams(const ORVANTESDK& s) {
+  const auto link = SessionOps::currentLink(s);
   return link == Link::Tcp || link == Link::Accessory;
 }

@@ -6,7 +6,7 @@
 #include <orvante/session.hpp>
 
 #include "internals.hpp"
-#include "link.hpp"
+#include "session_ops.hpp"
 
 using orvante::Bytes;
 using orvante::ByteView;
@@ -20,7 +20,7 @@ constexpr double kWritePause = 0.1;
 
 void ORVANTESDK::_printWithStream(const std::shared_ptr<orvante::OutputStream>& stream,
                                   ByteView message) {
-  switch (currentLink()) {
+  switch (SessionOps::currentLink(*this)) {
     case Link::Tcp:
       if (stream) (void)stream->streamStatus();
       buffer = Bytes(message.begin(), message.end());
@@ -47,7 +47,7 @@ bool writable(const std::shared_ptr<orvante::OutputStream>& stream,
 }  // namespace
 
 void ORVANTESDK::ethernet_writeStream(ByteView data) {
-  if (currentLink() != Link::Tcp) return;
+  if (SessionOps::currentLink(*this) != Link::Tcp) return;
   const auto output = oStream.load();
   auto waitUntilOpen = [&] {
     while (output->streamStatus() != orvante::StreamStatus::Open) {
@@ -71,16 +71,15 @@ void ORVANTESDK::ethernet_writeStream(ByteView data) {
       if (!waitUntilOpen()) return;
     } else {
       // Sleeps until the printer takes bytes again or the link fails.
-      internals_->waitUntil([&] {
-        return output->hasSpaceAvailable() || !writable(output, internals_->destroying);
-      });
+      internals_->waitUntil(
+          [&] { return output->hasSpaceAvailable() || !writable(output, internals_->destroying); });
       if (!writable(output, internals_->destroying)) return;
     }
   }
 }
 
 std::int64_t ORVANTESDK::mfi_writeStream(ByteView data) {
-  const auto output = accessoryOutput();
+  const auto output = SessionOps::accessoryOutput(*this);
   std::size_t offset = 0;
   while (writable(output, internals_->destroying)) {
     if (output->hasSpaceAvailable()) {
@@ -90,9 +89,8 @@ std::int64_t ORVANTESDK::mfi_writeStream(ByteView data) {
       pause(kWritePause);
       if (offset >= data.size()) break;
     } else {
-      internals_->waitUntil([&] {
-        return output->hasSpaceAvailable() || !writable(output, internals_->destroying);
-      });
+      internals_->waitUntil(
+          [&] { return output->hasSpaceAvailable() || !writable(output, internals_->destroying); });
     }
   }
   return 1;
@@ -100,7 +98,7 @@ std::int64_t ORVANTESDK::mfi_writeStream(ByteView data) {
 
 // One write of the whole buffer; a partial write ends the loop all the same.
 std::int32_t ORVANTESDK::MFI_OutStream(ByteView data) {
-  const auto output = accessoryOutput();
+  const auto output = SessionOps::accessoryOutput(*this);
   while (writable(output, internals_->destroying)) {
     if (output->hasSpaceAvailable() &&
         static_cast<std::int32_t>(output->write(data.data(), data.size())) > 0) {

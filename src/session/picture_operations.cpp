@@ -6,11 +6,11 @@
 #include <cmath>
 #include <mutex>
 
-#include "failure_report.hpp"
-#include "internals.hpp"
-#include "link.hpp"
 #include "../raster/cairo_image.hpp"
 #include "../raster/raster_formats.hpp"
+#include "failure_report.hpp"
+#include "internals.hpp"
+#include "session_ops.hpp"
 
 using orvante::Bytes;
 using orvante::ByteView;
@@ -24,30 +24,30 @@ const char kPrintOne[] = "\r\nPRINT 1\r\n";
 
 }  // namespace
 
-Bytes ORVANTESDK::compressRaster(ByteView raster) {
-  std::lock_guard lock(internals_->encoderLock);
+Bytes SessionOps::compressRaster(ORVANTESDK& s, ByteView raster) {
+  std::lock_guard lock(s.internals_->encoderLock);
   const unsigned char* compressed =
       LZSSEncoding(raster.data(), static_cast<std::int32_t>(raster.size()));
   return Bytes(compressed, compressed + GetEncodeDataSize());
 }
 
-void ORVANTESDK::sendPicture(const Image& image, std::int32_t x, std::int32_t y, bool whiteFill,
-                             double threshold) {
+void SessionOps::sendPicture(ORVANTESDK& s, const Image& image, std::int32_t x, std::int32_t y,
+                             bool whiteFill, double threshold) {
   const auto raster = orvante::raster::thresholdRaster(image, whiteFill, threshold);
   Bytes packet = orvante::raster::packetHeader(x, y, raster.bytesPerRow, raster.rows);
-  const Bytes compressed = compressRaster(raster.bytes);
+  const Bytes compressed = SessionOps::compressRaster(s, raster.bytes);
   packet.insert(packet.end(), compressed.begin(), compressed.end());
-  sendBuilderBytes(packet);
+  SessionOps::sendBuilderBytes(s, packet);
 }
 
 void ORVANTESDK::SendPic(const Image& image, std::int32_t x, std::int32_t y) {
-  sendPicture(image, x, y, true, kPrintThreshold);
+  SessionOps::sendPicture(*this, image, x, y, true, kPrintThreshold);
   sendcommand(kPrintOne);
 }
 
 void ORVANTESDK::SendPic_NotPrint(const Image& image, std::int32_t x, std::int32_t y,
                                   std::int32_t threshold) {
-  sendPicture(image, x, y, false, static_cast<double>(threshold));
+  SessionOps::sendPicture(*this, image, x, y, false, static_cast<double>(threshold));
 }
 
 Bytes ORVANTESDK::fnBitsFromImage(const Image& image) {

@@ -2,10 +2,10 @@
 // printer sent it. Over TCP and the accessory link the reply is read until
 // silence; over BLE it accumulates by notification until it settles.
 
-#include "internals.hpp"
-#include "link.hpp"
 #include <orvante/commands.hpp>
 #include "../commands/text_encoding.hpp"
+#include "internals.hpp"
+#include "session_ops.hpp"
 
 using orvante::Bytes;
 using orvante::ByteView;
@@ -36,25 +36,26 @@ std::optional<std::string> decodedText(const std::optional<Bytes>& bytes) {
 // Waits, without pausing, until the reply starts or the link fails. On TCP
 // the reply starts when the input has bytes; on the accessory link the wait
 // ends as soon as the accessory streams are ready.
-std::optional<Bytes> ORVANTESDK::awaitReply(bool watchOutputStatus) {
-  const bool tcp = currentLink() == Link::Tcp;
+std::optional<Bytes> SessionOps::awaitReply(ORVANTESDK& s, bool watchOutputStatus) {
+  const bool tcp = SessionOps::currentLink(s) == Link::Tcp;
   std::optional<Bytes> outcome;
   // Each test is the published one; between tests the caller sleeps until
   // an event of the link may have changed the answer.
-  internals_->waitUntil([&] {
+  s.internals_->waitUntil([&] {
     if (tcp) {
-      auto input = iStream.load();
-      if (currentLink() == Link::Tcp && input && input->hasBytesAvailable()) return true;
-    } else if (MFIPortEnable == 1) {
+      auto input = s.iStream.load();
+      if (SessionOps::currentLink(s) == Link::Tcp && input && input->hasBytesAvailable())
+        return true;
+    } else if (s.MFIPortEnable == 1) {
       return true;
     }
     std::int64_t failed = 1;
-    if (error.compare_exchange_strong(failed, 0)) {
+    if (s.error.compare_exchange_strong(failed, 0)) {
       outcome = kErrorMarker;
       return true;
     }
     if (watchOutputStatus) {
-      auto output = oStream.load();
+      auto output = s.oStream.load();
       const auto status = output ? output->streamStatus() : orvante::StreamStatus::NotOpen;
       if (!statusKeepsWaiting(status)) {
         outcome = kErrorMarker;
@@ -64,51 +65,51 @@ std::optional<Bytes> ORVANTESDK::awaitReply(bool watchOutputStatus) {
     return false;
   });
   if (outcome) return outcome;
-  return readStream();
+  return s.readStream();
 }
 
 // The BLE reply is complete when four passes in a row find the receive
 // buffer unchanged. The published wait tests the two decoded texts for
 // identity, which has no meaning for values; they are compared here by
 // content, so a reply that stops changing ends the wait after four passes.
-Bytes ORVANTESDK::settleBleReply() {
+Bytes SessionOps::settleBleReply(ORVANTESDK& s) {
   std::optional<std::string> previous = std::string();
   int unchanged = 0;
   for (;;) {
-    if (IsXpico) {
-      auto peripheral = connectPeripheral.load();
-      auto characteristic = cbReadCharacteristic.load();
+    if (s.IsXpico) {
+      auto peripheral = s.connectPeripheral.load();
+      auto characteristic = s.cbReadCharacteristic.load();
       if (peripheral && characteristic) peripheral->readValue(characteristic);
-      pause(kBleSettlePass);
+      s.pause(kBleSettlePass);
     }
-    if (decodedText(BLEReceivebuffer.load()) == previous) {
+    if (decodedText(s.BLEReceivebuffer.load()) == previous) {
       if (++unchanged > 3) break;
     } else {
-      previous = decodedText(BLEReceivebuffer.load());
+      previous = decodedText(s.BLEReceivebuffer.load());
       unchanged = 0;
     }
-    pause(kBleSettlePass);
+    s.pause(kBleSettlePass);
   }
-  return BLEReceivebuffer.load().value_or(Bytes{});
+  return s.BLEReceivebuffer.load().value_or(Bytes{});
 }
 
-std::optional<Bytes> ORVANTESDK::query(ByteView command, double tcpPause) {
-  switch (currentLink()) {
+std::optional<Bytes> SessionOps::query(ORVANTESDK& s, ByteView command, double tcpPause) {
+  switch (SessionOps::currentLink(s)) {
     case Link::Tcp: {
-      pause(tcpPause);
-      Internals::ReplyClaim claim(*internals_);
-      sendcommandWithData(command);
-      return awaitReply(false);
+      s.pause(tcpPause);
+      ORVANTESDK::Internals::ReplyClaim claim(*s.internals_);
+      s.sendcommandWithData(command);
+      return SessionOps::awaitReply(s, false);
     }
     case Link::Accessory: {
-      Internals::ReplyClaim claim(*internals_);
-      sendcommandWithData(command);
-      return awaitReply(false);
+      ORVANTESDK::Internals::ReplyClaim claim(*s.internals_);
+      s.sendcommandWithData(command);
+      return SessionOps::awaitReply(s, false);
     }
     case Link::Ble:
-      sendcommandWithData(command);
-      pause(kBleSettlePass);
-      return settleBleReply();
+      s.sendcommandWithData(command);
+      s.pause(kBleSettlePass);
+      return SessionOps::settleBleReply(s);
     case Link::None:
       break;
   }
@@ -116,34 +117,34 @@ std::optional<Bytes> ORVANTESDK::query(ByteView command, double tcpPause) {
 }
 
 std::optional<Bytes> ORVANTESDK::printer_name() {
-  return query(orvante::viewOf(kNameQuery), 0.3);
+  return SessionOps::query(*this, orvante::viewOf(kNameQuery), 0.3);
 }
 
 std::optional<Bytes> ORVANTESDK::printer_codepage() {
-  return query(orvante::viewOf(kCodePageQuery), 0.3);
+  return SessionOps::query(*this, orvante::viewOf(kCodePageQuery), 0.3);
 }
 
 std::optional<Bytes> ORVANTESDK::printer_mileage() {
-  return query(orvante::viewOf(kMileageQuery), 0.2);
+  return SessionOps::query(*this, orvante::viewOf(kMileageQuery), 0.2);
 }
 
 std::optional<Bytes> ORVANTESDK::printer_freememory() {
-  return query(orvante::viewOf(kFreeMemoryQuery), 0.2);
+  return SessionOps::query(*this, orvante::viewOf(kFreeMemoryQuery), 0.2);
 }
 
 std::optional<Bytes> ORVANTESDK::printer_files() {
-  return query(orvante::viewOf(kFilesQuery), 0.2);
+  return SessionOps::query(*this, orvante::viewOf(kFilesQuery), 0.2);
 }
 
 std::optional<Bytes> ORVANTESDK::printerstatus() {
   pause(0.2);
   if (stream_status() == -1) return orvante::bytesOf("-1");
-  const auto link = currentLink();
-  if (link == Link::Ble) return query(orvante::viewOf(kStatusQuery), 0);
+  const auto link = SessionOps::currentLink(*this);
+  if (link == Link::Ble) return SessionOps::query(*this, orvante::viewOf(kStatusQuery), 0);
   if (link == Link::None) return std::nullopt;
   Internals::ReplyClaim claim(*internals_);
   sendcommandWithData(orvante::viewOf(kStatusQuery));
-  return awaitReply(true);
+  return SessionOps::awaitReply(*this, true);
 }
 
 std::optional<Bytes> ORVANTESDK::sendcommand_getstring(const std::string& text) {
@@ -153,16 +154,16 @@ std::optional<Bytes> ORVANTESDK::sendcommand_getstring(const std::string& text) 
 std::optional<Bytes> ORVANTESDK::sendcommand_getstring(const std::string& text, double delay) {
   pause(delay);
   const Bytes bytes = orvante::encode(text, orvante::TextEncoding::Utf8);
-  const auto link = currentLink();
+  const auto link = SessionOps::currentLink(*this);
   if (link == Link::None) return std::nullopt;
   if (link == Link::Ble) {
     sendcommandWithData(bytes);
     sendcommandWithData(orvante::viewOf(kLineEnd));
     pause(static_cast<double>(bytes.size() / 1000));
-    return settleBleReply();
+    return SessionOps::settleBleReply(*this);
   }
   Internals::ReplyClaim claim(*internals_);
   sendcommandWithData(bytes);
   sendcommandWithData(orvante::viewOf(kLineEnd));
-  return awaitReply(false);
+  return SessionOps::awaitReply(*this, false);
 }

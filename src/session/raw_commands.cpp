@@ -2,23 +2,23 @@
 // link rule. Only sendcommand: checks the stream status first, and only
 // sendcommand:delay: pauses; the other delay twins ignore their delay.
 
-#include "internals.hpp"
-#include "link.hpp"
 #include "../commands/text_encoding.hpp"
+#include "internals.hpp"
+#include "session_ops.hpp"
 
 using orvante::ByteView;
 using orvante::TextEncoding;
 
-std::int64_t ORVANTESDK::sendRawText(ByteView bytes) {
-  switch (currentLink()) {
+std::int64_t SessionOps::sendRawText(ORVANTESDK& s, ByteView bytes) {
+  switch (SessionOps::currentLink(s)) {
     case Link::Tcp:
-      _printWithStream(oStream.load(), bytes);
+      s._printWithStream(s.oStream.load(), bytes);
       return 1;
     case Link::Accessory:
-      MFI_OutStream(bytes);
+      s.MFI_OutStream(bytes);
       return 1;
     case Link::Ble:
-      BLE_OutStream(bytes);
+      s.BLE_OutStream(bytes);
       return 1;
     case Link::None:
       break;
@@ -28,16 +28,16 @@ std::int64_t ORVANTESDK::sendRawText(ByteView bytes) {
 
 std::int64_t ORVANTESDK::sendcommand(const std::string& text) {
   if (stream_status() == -1) return -1;
-  return sendRawText(orvante::encode(text, TextEncoding::Utf8));
+  return SessionOps::sendRawText(*this, orvante::encode(text, TextEncoding::Utf8));
 }
 
 std::int64_t ORVANTESDK::sendcommand(const std::string& text, std::uint64_t delay) {
   pause(static_cast<double>(delay));
-  return sendRawText(orvante::encode(text, TextEncoding::Utf8));
+  return SessionOps::sendRawText(*this, orvante::encode(text, TextEncoding::Utf8));
 }
 
 std::int64_t ORVANTESDK::sendcommand_utf8(const std::string& text) {
-  return sendRawText(orvante::encode(text, TextEncoding::Utf8));
+  return SessionOps::sendRawText(*this, orvante::encode(text, TextEncoding::Utf8));
 }
 
 std::int64_t ORVANTESDK::sendcommand_utf8(const std::string& text, std::uint64_t) {
@@ -45,7 +45,7 @@ std::int64_t ORVANTESDK::sendcommand_utf8(const std::string& text, std::uint64_t
 }
 
 std::int64_t ORVANTESDK::sendcommand_gb2312(const std::string& text) {
-  return sendRawText(orvante::encode(text, TextEncoding::Gb18030));
+  return SessionOps::sendRawText(*this, orvante::encode(text, TextEncoding::Gb18030));
 }
 
 std::int64_t ORVANTESDK::sendcommand_gb2312(const std::string& text, std::uint64_t) {
@@ -53,7 +53,7 @@ std::int64_t ORVANTESDK::sendcommand_gb2312(const std::string& text, std::uint64
 }
 
 std::int64_t ORVANTESDK::sendcommand_big5(const std::string& text) {
-  return sendRawText(orvante::encode(text, TextEncoding::Big5));
+  return SessionOps::sendRawText(*this, orvante::encode(text, TextEncoding::Big5));
 }
 
 std::int64_t ORVANTESDK::sendcommand_big5(const std::string& text, std::uint64_t) {
@@ -63,11 +63,11 @@ std::int64_t ORVANTESDK::sendcommand_big5(const std::string& text, std::uint64_t
 // On TCP the bytes go to the stream in one write, with no chunking and no
 // wait for the open status; the stream takes what it takes.
 std::int64_t ORVANTESDK::sendcommandWithData(ByteView data) {
-  if (currentLink() == Link::Tcp) {
+  if (SessionOps::currentLink(*this) == Link::Tcp) {
     if (auto output = oStream.load()) output->write(data.data(), data.size());
     return 1;
   }
-  return sendRawText(data);
+  return SessionOps::sendRawText(*this, data);
 }
 
 std::int64_t ORVANTESDK::sendcommandWithData(ByteView data, std::uint64_t) {

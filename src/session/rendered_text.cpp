@@ -9,7 +9,7 @@
 #include "../raster/rotation.hpp"
 #include "../raster/text_drawing.hpp"
 #include "failure_report.hpp"
-#include "link.hpp"
+#include "session_ops.hpp"
 
 using orvante::Bytes;
 using orvante::Image;
@@ -27,8 +27,8 @@ struct TextRaster {
 };
 
 TextRaster rasterOfText(ORVANTESDK& session, std::int32_t height, std::int32_t rotation,
-                        std::int32_t style, std::int32_t withUnderline,
-                        const std::string& fontName, const std::string& content) {
+                        std::int32_t style, std::int32_t withUnderline, const std::string& fontName,
+                        const std::string& content) {
   const bool bold = style == 2 || style == 3;
   const bool italic = style == 1 || style == 3;
   const std::string face = session.fnFindFontWithName(fontName, bold, italic);
@@ -36,7 +36,9 @@ TextRaster rasterOfText(ORVANTESDK& session, std::int32_t height, std::int32_t r
   return {session.fnBitsFromImage(image), image.pixelWidth() / 8, image.pixelHeight()};
 }
 
-void append(Bytes& to, const Bytes& bytes) { to.insert(to.end(), bytes.begin(), bytes.end()); }
+void append(Bytes& to, const Bytes& bytes) {
+  to.insert(to.end(), bytes.begin(), bytes.end());
+}
 
 }  // namespace
 
@@ -69,10 +71,10 @@ std::int64_t ORVANTESDK::windowsfont(std::int32_t x, std::int32_t y, std::int32_
   }
   endCRLF = std::string("\r\n");
   Bytes message = orvante::raster::packetHeader(x, y, text.bytesPerRow, text.rows);
-  append(message, compressRaster(text.bits));
+  append(message, SessionOps::compressRaster(*this, text.bits));
   append(message, orvante::encode(*endCRLF.load(), TextEncoding::MacRoman));
   pause(kTextPause);
-  return sendBuilderBytes(message) == Link::None ? -1 : 1;
+  return SessionOps::sendBuilderBytes(*this, message) == Link::None ? -1 : 1;
 }
 
 std::int64_t ORVANTESDK::windowsfontFromX(std::int32_t x, std::int32_t y, std::int32_t height,
@@ -94,5 +96,5 @@ std::int64_t ORVANTESDK::windowsfontFromX(std::int32_t x, std::int32_t y, std::i
   append(message, text.bits);
   append(message, *end.load());
   pause(delay);
-  return sendBuilderBytes(message) == Link::None ? -1 : 1;
+  return SessionOps::sendBuilderBytes(*this, message) == Link::None ? -1 : 1;
 }

@@ -4,7 +4,7 @@
 #include <orvante/session.hpp>
 
 #include "internals.hpp"
-#include "link.hpp"
+#include "session_ops.hpp"
 
 using orvante::Bytes;
 
@@ -15,12 +15,12 @@ constexpr std::size_t kReadBlock = 512;
 
 }  // namespace
 
-std::shared_ptr<orvante::InputStream> ORVANTESDK::replySource() {
-  switch (currentLink()) {
+std::shared_ptr<orvante::InputStream> SessionOps::replySource(ORVANTESDK& s) {
+  switch (SessionOps::currentLink(s)) {
     case Link::Tcp:
-      return iStream.load();
+      return s.iStream.load();
     case Link::Accessory:
-      if (auto accessorySession = session()) return accessorySession->inputStream();
+      if (auto accessorySession = s.session()) return accessorySession->inputStream();
       return nullptr;
     case Link::Ble:
     case Link::None:
@@ -35,8 +35,8 @@ std::shared_ptr<orvante::InputStream> ORVANTESDK::replySource() {
 Bytes ORVANTESDK::readStream() {
   Internals::ReplyClaim claim(*internals_);
   _readData = Bytes{};
-  if (readsStreams()) {
-    const auto source = replySource();
+  if (SessionOps::readsStreams(*this)) {
+    const auto source = SessionOps::replySource(*this);
     while (source) {
       pause(kReadPause);
       if (!source->hasBytesAvailable()) break;
@@ -56,14 +56,14 @@ Bytes ORVANTESDK::readStream() {
 // The event handler's read: bytes that arrive while no operation waits for
 // a reply are read and dropped. It stops as soon as an operation claims the
 // link, so a reply always belongs to the operation waiting for it.
-void ORVANTESDK::drainUnclaimedReply() {
-  const auto source = replySource();
+void SessionOps::drainUnclaimedReply(ORVANTESDK& s) {
+  const auto source = SessionOps::replySource(s);
   Bytes drained;
   bool claimed = false;
   while (source) {
-    pause(kReadPause);
-    std::lock_guard gate(internals_->replyGate);
-    if (internals_->replyClaims > 0) {
+    s.pause(kReadPause);
+    std::lock_guard gate(s.internals_->replyGate);
+    if (s.internals_->replyClaims > 0) {
       claimed = true;
       break;
     }
@@ -76,21 +76,21 @@ void ORVANTESDK::drainUnclaimedReply() {
   if (claimed) return;
   // Under the gate, so a reader that has claimed the link meanwhile never
   // sees its reply replaced.
-  std::lock_guard gate(internals_->replyGate);
-  if (internals_->replyClaims > 0) return;
-  _readData = std::move(drained);
-  receivejudge = 0;
+  std::lock_guard gate(s.internals_->replyGate);
+  if (s.internals_->replyClaims > 0) return;
+  s._readData = std::move(drained);
+  s.receivejudge = 0;
 }
 
 // The stream-error action: the TCP link is marked failed and its streams
 // are closed. It runs under the flag lock so an open that is setting the
 // flag at the same moment either sees it done or is undone by it.
-void ORVANTESDK::failTcpLink() {
-  std::lock_guard flag(internals_->tcpFlagMutex);
-  EthernetPortEnable = 0;
-  error = 1;
-  if (auto output = oStream.load()) output->close();
-  if (auto input = iStream.load()) input->close();
+void SessionOps::failTcpLink(ORVANTESDK& s) {
+  std::lock_guard flag(s.internals_->tcpFlagMutex);
+  s.EthernetPortEnable = 0;
+  s.error = 1;
+  if (auto output = s.oStream.load()) output->close();
+  if (auto input = s.iStream.load()) input->close();
 }
 
 void ORVANTESDK::stream(orvante::Stream* stream, std::uint64_t eventCode) {
@@ -102,7 +102,8 @@ void ORVANTESDK::stream(orvante::Stream* stream, std::uint64_t eventCode) {
     case orvante::stream_event::HasBytesAvailable:
       orvante::log("NSStreamEventHasBytesAvailable");
       receivejudge = 1;
-      if (readsStreams()) internals_->drainSoon([this] { drainUnclaimedReply(); });
+      if (SessionOps::readsStreams(*this))
+        internals_->drainSoon([this] { SessionOps::drainUnclaimedReply(*this); });
       break;
     case orvante::stream_event::HasSpaceAvailable:
       orvante::log("NSStreamEventHasSpaceAvailable");
@@ -111,7 +112,7 @@ void ORVANTESDK::stream(orvante::Stream* stream, std::uint64_t eventCode) {
     case orvante::stream_event::ErrorOccurred:
       orvante::log("NSStreamEventErrorOccurred");
       if (stream) (void)stream->streamError();
-      failTcpLink();
+      SessionOps::failTcpLink(*this);
       break;
     default:
       break;

@@ -6,8 +6,8 @@
 #include <orvante/session.hpp>
 
 #include "internals.hpp"
-#include "link.hpp"
 #include "notice.hpp"
+#include "session_ops.hpp"
 
 using orvante::Bytes;
 using orvante::ByteView;
@@ -32,45 +32,46 @@ ORVANTESDK::ORVANTESDK() : ORVANTESDK(orvante::Platform::system()) {}
 
 ORVANTESDK::ORVANTESDK(orvante::Platform platform)
     : internals_(std::make_unique<Internals>(*this, complete(std::move(platform)))) {
-  ORVANTESDKFields::CM = internals_->platform.ble->makeCentral(internals_->delegates, "myCentralQueue");
+  ORVANTESDKFields::CM =
+      internals_->platform.ble->makeCentral(internals_->delegates, "myCentralQueue");
   pause(1.0);
 }
 
 ORVANTESDK::~ORVANTESDK() {
   closeport();
-  detachEverything();
+  SessionOps::detachEverything(*this);
 }
 
 // After this no thread of the library calls into the session again.
-void ORVANTESDK::detachEverything() {
-  internals_->destroying = true;
-  if (auto central = CM()) central->setDelegate(nullptr);
-  if (auto peripheral = connectPeripheral.load()) peripheral->setDelegate(nullptr);
+void SessionOps::detachEverything(ORVANTESDK& s) {
+  s.internals_->destroying = true;
+  if (auto central = s.CM()) central->setDelegate(nullptr);
+  if (auto peripheral = s.connectPeripheral.load()) peripheral->setDelegate(nullptr);
 
   auto release = [](const std::shared_ptr<orvante::Stream>& stream) {
     if (!stream) return;
     stream->setDelegate(nullptr);
     stream->close();
   };
-  release(iStream.exchange(nullptr));
-  release(oStream.exchange(nullptr));
-  release(ORVANTESDKFields::readStream.exchange(nullptr));
-  release(writeStream.exchange(nullptr));
-  if (auto accessorySession = ORVANTESDKFields::session.exchange(nullptr)) {
+  release(s.iStream.exchange(nullptr));
+  release(s.oStream.exchange(nullptr));
+  release(s.ORVANTESDKFields::readStream.exchange(nullptr));
+  release(s.writeStream.exchange(nullptr));
+  if (auto accessorySession = s.ORVANTESDKFields::session.exchange(nullptr)) {
     release(accessorySession->inputStream());
     release(accessorySession->outputStream());
   }
   std::vector<orvante::StreamPair> abandoned;
   {
-    std::lock_guard lock(internals_->abandonedMutex);
-    abandoned.swap(internals_->abandoned);
+    std::lock_guard lock(s.internals_->abandonedMutex);
+    abandoned.swap(s.internals_->abandoned);
   }
   for (auto& pair : abandoned) {
     release(pair.input);
     release(pair.output);
   }
 
-  internals_->joinThreads();
+  s.internals_->joinThreads();
 }
 
 const orvante::Platform& ORVANTESDK::platform() const {
@@ -84,10 +85,10 @@ void ORVANTESDK::pause(double seconds) {
 // Replaced streams that still live stay open until the session goes; a
 // pair that has closed or failed holds nothing a user can reach and is
 // released, so failed opens do not pile up descriptors and threads.
-void ORVANTESDK::keepAbandoned(orvante::StreamPair streams) {
+void SessionOps::keepAbandoned(ORVANTESDK& s, orvante::StreamPair streams) {
   std::vector<orvante::StreamPair> released;
-  std::lock_guard lock(internals_->abandonedMutex);
-  auto& kept = internals_->abandoned;
+  std::lock_guard lock(s.internals_->abandonedMutex);
+  auto& kept = s.internals_->abandoned;
   for (auto it = kept.begin(); it != kept.end();) {
     if (orvante::isDead(*it)) {
       released.push_back(std::move(*it));
@@ -99,19 +100,19 @@ void ORVANTESDK::keepAbandoned(orvante::StreamPair streams) {
   if (!orvante::isDead(streams)) kept.push_back(std::move(streams));
 }
 
-std::shared_ptr<orvante::OutputStream> ORVANTESDK::accessoryOutput() {
-  auto accessorySession = session();
+std::shared_ptr<orvante::OutputStream> SessionOps::accessoryOutput(ORVANTESDK& s) {
+  auto accessorySession = s.session();
   return accessorySession ? accessorySession->outputStream() : nullptr;
 }
 
 std::int32_t ORVANTESDK::stream_status() {
   std::shared_ptr<orvante::OutputStream> output;
-  switch (currentLink()) {
+  switch (SessionOps::currentLink(*this)) {
     case Link::Tcp:
       output = oStream.load();
       break;
     case Link::Accessory:
-      output = accessoryOutput();
+      output = SessionOps::accessoryOutput(*this);
       break;
     case Link::Ble: {
       auto central = CM();
@@ -141,7 +142,7 @@ void ORVANTESDK::timeout(const orvante::Value&) {
 }
 
 void ORVANTESDK::thread_operation(ByteView data) {
-  const auto link = currentLink();
+  const auto link = SessionOps::currentLink(*this);
   if (link == Link::Tcp) {
     ethernet_writeStream(data);
   } else if (link == Link::Accessory) {

@@ -6,7 +6,7 @@
 #include <orvante/session.hpp>
 
 #include "internals.hpp"
-#include "link.hpp"
+#include "session_ops.hpp"
 
 namespace {
 
@@ -19,10 +19,10 @@ constexpr std::int32_t kDefaultPort = 9100;
 // The session becomes the delegate of both streams, then both are
 // scheduled, then opened, input first each time. A missing stream is
 // skipped.
-void ORVANTESDK::startTcpStreams(const orvante::StreamPair& pair) {
+void SessionOps::startTcpStreams(ORVANTESDK& s, const orvante::StreamPair& pair) {
   const std::shared_ptr<orvante::Stream> streams[] = {pair.input, pair.output};
   for (const auto& stream : streams) {
-    if (stream) stream->setDelegate(&internals_->delegates);
+    if (stream) stream->setDelegate(&s.internals_->delegates);
   }
   for (const auto& stream : streams) {
     if (stream) stream->scheduleInRunLoop();
@@ -39,15 +39,15 @@ std::int64_t ORVANTESDK::openport_ethernet(const std::string& host, std::int32_t
 std::int64_t ORVANTESDK::openport_ethernet_delay(const std::string& host, std::int32_t port,
                                                  double delay) {
   // The previous streams are dropped without being closed.
-  keepAbandoned({iStream.exchange(nullptr), oStream.exchange(nullptr)});
+  SessionOps::keepAbandoned(*this, {iStream.exchange(nullptr), oStream.exchange(nullptr)});
   auto pair = platform().streams->createPairWithSocketToHost(host, port);
   ORVANTESDKFields::readStream = pair.input;
   writeStream = pair.output;
   if (!pair.input || !pair.output) return -1;
   iStream = pair.input;
   oStream = pair.output;
-  startTcpStreams(pair);
-  raiseTcpFlag();
+  SessionOps::startTcpStreams(*this, pair);
+  SessionOps::raiseTcpFlag(*this);
   pause(delay);
   return 1;
 }
@@ -76,95 +76,96 @@ void ORVANTESDK::openport_thread(const std::string& host) {
   auto pair = platform().streams->createPairWithSocketToHost(host, kDefaultPort);
   ORVANTESDKFields::readStream = pair.input;
   writeStream = pair.output;
-  keepAbandoned({iStream.exchange(pair.input), oStream.exchange(pair.output)});
-  startTcpStreams(pair);
+  SessionOps::keepAbandoned(*this, {iStream.exchange(pair.input), oStream.exchange(pair.output)});
+  SessionOps::startTcpStreams(*this, pair);
   if (!pair.output) {
     EthernetPortEnable = 0;
     closeport();
   }
-  raiseTcpFlag();
+  SessionOps::raiseTcpFlag(*this);
 }
 
 // The streams start before the flag goes up, so the error action may have
 // run for them already (it closed them); it runs again then, so the flag
 // never outlives the failure of its link. An error whose event is still
 // to come is left to that event.
-void ORVANTESDK::raiseTcpFlag() {
+void SessionOps::raiseTcpFlag(ORVANTESDK& s) {
   bool failedAlready = false;
   {
-    std::lock_guard flag(internals_->tcpFlagMutex);
-    EthernetPortEnable = 1;
+    std::lock_guard flag(s.internals_->tcpFlagMutex);
+    s.EthernetPortEnable = 1;
     for (const std::shared_ptr<orvante::Stream>& stream :
-         {std::shared_ptr<orvante::Stream>(iStream.load()),
-          std::shared_ptr<orvante::Stream>(oStream.load())}) {
+         {std::shared_ptr<orvante::Stream>(s.iStream.load()),
+          std::shared_ptr<orvante::Stream>(s.oStream.load())}) {
       // Only the error action closes streams that were just started.
       if (stream && stream->streamStatus() == orvante::StreamStatus::Closed) failedAlready = true;
     }
   }
-  if (failedAlready) failTcpLink();
+  if (failedAlready) SessionOps::failTcpLink(s);
 }
 
 // Streams that the error action closed can never carry a byte again:
 // closing the link releases them instead of keeping them for the session's
 // lifetime.
-void ORVANTESDK::releaseFailedTcpStreams() {
-  const auto input = iStream.load();
-  const auto output = oStream.load();
+void SessionOps::releaseFailedTcpStreams(ORVANTESDK& s) {
+  const auto input = s.iStream.load();
+  const auto output = s.oStream.load();
   if (!orvante::isDead({input, output})) return;
-  iStream = nullptr;
-  oStream = nullptr;
-  if (ORVANTESDKFields::readStream.load() == input) ORVANTESDKFields::readStream = nullptr;
-  if (writeStream.load() == output) writeStream = nullptr;
+  s.iStream = nullptr;
+  s.oStream = nullptr;
+  if (s.ORVANTESDKFields::readStream.load() == input) s.ORVANTESDKFields::readStream = nullptr;
+  if (s.writeStream.load() == output) s.writeStream = nullptr;
 }
 
 // closeport waits 1.5 s in the TCP and accessory branches and clears the
 // TCP flag first; the timed variants pause before anything else instead and
 // clear the flag last.
 std::int64_t ORVANTESDK::closeport() {
-  return closeLink(std::nullopt, true);
+  return SessionOps::closeLink(*this, std::nullopt, true);
 }
 
 std::int64_t ORVANTESDK::closeport(double delay) {
-  return closeLink(delay, true);
+  return SessionOps::closeLink(*this, delay, true);
 }
 
 std::int64_t ORVANTESDK::closeport_withtime(double delay) {
-  return closeLink(delay, false);
+  return SessionOps::closeLink(*this, delay, false);
 }
 
-std::int64_t ORVANTESDK::closeLink(std::optional<double> delayBefore, bool disconnectBle) {
+std::int64_t SessionOps::closeLink(ORVANTESDK& s, std::optional<double> delayBefore,
+                                   bool disconnectBle) {
   const bool settle = !delayBefore.has_value();
-  if (delayBefore) pause(*delayBefore);
+  if (delayBefore) s.pause(*delayBefore);
 
-  const auto link = currentLink();
+  const auto link = SessionOps::currentLink(s);
   if (link == Link::Tcp) {
     if (settle) {
-      EthernetPortEnable = 0;
-      pause(kSettlePause);
+      s.EthernetPortEnable = 0;
+      s.pause(kSettlePause);
     }
     // Stopping the caller's run loop has no counterpart here: the pair's
     // event thread ends when its streams are closed.
-    if (auto input = iStream.load()) input->close();
-    if (auto output = oStream.load()) output->close();
-    iStream = nullptr;
-    oStream = nullptr;
-    ORVANTESDKFields::readStream = nullptr;
-    writeStream = nullptr;
-    if (!settle) EthernetPortEnable = 0;
+    if (auto input = s.iStream.load()) input->close();
+    if (auto output = s.oStream.load()) output->close();
+    s.iStream = nullptr;
+    s.oStream = nullptr;
+    s.ORVANTESDKFields::readStream = nullptr;
+    s.writeStream = nullptr;
+    if (!settle) s.EthernetPortEnable = 0;
     return 1;
   }
 
-  releaseFailedTcpStreams();
+  SessionOps::releaseFailedTcpStreams(s);
   if (link != Link::Accessory) {
-    if (disconnectBle && link == Link::Ble) BLE_Disconnect();
+    if (disconnectBle && link == Link::Ble) s.BLE_Disconnect();
     return -1;
   }
 
-  if (settle) pause(kSettlePause);
-  MFI_port = 0;
-  MFIPortEnable = 0;
-  receivejudge = 0;
-  if (auto accessorySession = session()) {
+  if (settle) s.pause(kSettlePause);
+  s.MFI_port = 0;
+  s.MFIPortEnable = 0;
+  s.receivejudge = 0;
+  if (auto accessorySession = s.session()) {
     const auto& input = accessorySession->inputStream();
     const auto& output = accessorySession->outputStream();
     if (output) output->removeFromRunLoop();
@@ -174,8 +175,8 @@ std::int64_t ORVANTESDK::closeLink(std::optional<double> delayBefore, bool disco
     if (input) input->setDelegate(nullptr);
     if (output) output->setDelegate(nullptr);
   }
-  ORVANTESDKFields::session = nullptr;
-  _writeData = std::nullopt;
-  _readData = std::nullopt;
+  s.ORVANTESDKFields::session = nullptr;
+  s._writeData = std::nullopt;
+  s._readData = std::nullopt;
   return 1;
 }

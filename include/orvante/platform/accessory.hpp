@@ -3,13 +3,13 @@
 // serial profile, USB or serial devices), listed with their protocol names,
 // names and properties, opened as a stream pair.
 
-#include <orvante/export.hpp>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include <orvante/export.hpp>
 #include <orvante/platform/stream.hpp>
 
 ORVANTE_API_BEGIN

@@ -3,7 +3,6 @@
 // without response, notifications and cancel, with every callback delivered
 // on one serial thread named by the session ("myCentralQueue").
 
-#include <orvante/export.hpp>
 #include <array>
 #include <cstdint>
 #include <memory>
@@ -13,6 +12,7 @@
 #include <vector>
 
 #include <orvante/bytes.hpp>
+#include <orvante/export.hpp>
 
 ORVANTE_API_BEGIN
 

@@ -3,8 +3,9 @@
 // a callback being delivered has returned, so a cleared delegate is never
 // called again; a callback may set it from inside the delivery.
 
-#include <orvante/export.hpp>
 #include <mutex>
+
+#include <orvante/export.hpp>
 
 ORVANTE_API_BEGIN
 

@@ -3,9 +3,9 @@
 // the default session uses the system's. Tests and tools hand a session
 // other implementations of the same seams.
 
-#include <orvante/export.hpp>
 #include <memory>
 
+#include <orvante/export.hpp>
 #include <orvante/platform/accessory.hpp>
 #include <orvante/platform/ble.hpp>
 #include <orvante/platform/clock.hpp>

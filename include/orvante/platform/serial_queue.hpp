@@ -2,10 +2,11 @@
 // A serial task queue on one named thread, like a serial dispatch queue.
 // BLE centrals deliver every callback through one.
 
-#include <orvante/export.hpp>
 #include <functional>
 #include <memory>
 #include <string>
+
+#include <orvante/export.hpp>
 
 ORVANTE_API_BEGIN
 

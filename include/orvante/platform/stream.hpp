@@ -3,11 +3,12 @@
 // with the platform's status values and events delivered to a delegate on
 // the pair's own event thread.
 
-#include <orvante/export.hpp>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
+
+#include <orvante/export.hpp>
 
 ORVANTE_API_BEGIN
 

@@ -2,13 +2,13 @@
 // In-memory accessories: printers "connected" over the serial data link,
 // each session a socketpair whose far end is a PrinterPeer.
 
-#include <orvante/export.hpp>
 #include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <vector>
 
+#include <orvante/export.hpp>
 #include <orvante/platform/accessory.hpp>
 
 #include <orvante/testing/printer_peer.hpp>

@@ -4,7 +4,6 @@
 // acknowledgements and failures. Every callback is delivered on the
 // central's serial queue, as a real central does.
 
-#include <orvante/export.hpp>
 #include <functional>
 #include <map>
 #include <memory>
@@ -12,6 +11,7 @@
 #include <optional>
 #include <vector>
 
+#include <orvante/export.hpp>
 #include <orvante/platform/ble.hpp>
 
 #include <orvante/platform/delegate_slot.hpp>

@@ -3,13 +3,13 @@
 // port and gives each to a PrinterPeer, which records every byte and
 // answers through the responder.
 
-#include <orvante/export.hpp>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
 #include <thread>
 #include <vector>
 
+#include <orvante/export.hpp>
 #include <orvante/testing/printer_peer.hpp>
 
 ORVANTE_API_BEGIN

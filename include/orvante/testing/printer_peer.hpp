@@ -3,7 +3,6 @@
 // it receives on a connected socket, answers through a responder, and can
 // misbehave on purpose (pause reading, close, reset).
 
-#include <orvante/export.hpp>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
@@ -11,6 +10,7 @@
 #include <thread>
 
 #include <orvante/bytes.hpp>
+#include <orvante/export.hpp>
 
 ORVANTE_API_BEGIN
 

@@ -4,7 +4,6 @@
 // The recording clock and the recording streams write to one timeline, so
 // the schedule reads as text: "pause 0.3 | write "~!T" | pause 0.4".
 
-#include <orvante/export.hpp>
 #include <condition_variable>
 #include <functional>
 #include <memory>
@@ -14,6 +13,7 @@
 #include <vector>
 
 #include <orvante/bytes.hpp>
+#include <orvante/export.hpp>
 #include <orvante/platform/clock.hpp>
 #include <orvante/platform/stream.hpp>
 

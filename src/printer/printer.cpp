@@ -10,6 +10,7 @@
 #include <mutex>
 
 #include <orvante/commands.hpp>
+#include "../transport/ble_streams.hpp"
 #include "../transport/link_signal.hpp"
 #include "../transport/socket_streams.hpp"
 #include "printer_uri.hpp"
@@ -186,8 +187,13 @@ Printer::~Printer() = default;
 Printer Printer::open(std::string_view uri, Timeout timeout) {
   const auto address = direct::parsePrinterUri(uri);
   auto connection = std::make_unique<Connection>();
-  connection->where = address.host + ":" + std::to_string(address.port);
-  connection->streams = transport::connectSocketStreams(address.host, address.port);
+  if (address.scheme == "ble") {
+    connection->where = "ble://" + address.host;
+    connection->streams = transport::makeBleStreams(address.host);
+  } else {
+    connection->where = address.host + ":" + std::to_string(address.port);
+    connection->streams = transport::connectSocketStreams(address.host, address.port);
+  }
   auto& streams = connection->streams;
   if (!streams.input || !streams.output) {
     throw Error("cannot connect to " + connection->where + ": out of descriptors or a bad address");

@@ -114,8 +114,9 @@ class Central final : public ble::Central, public std::enable_shared_from_this<C
       : loop_(std::make_unique<BusLoop>(std::move(bus))), delegate_(&delegate), queue_(queueName) {}
 
   ~Central() override {
-    // No D-Bus handler or bus task runs past this point; they use `this`.
-    loop_->stop();
+    // A scan's stop or a disconnection asked for last still goes out; no
+    // D-Bus handler or bus task runs past this point, they use `this`.
+    loop_->finish();
   }
 
   void start();

@@ -158,3 +158,27 @@ TEST(BluezBleDoor, FailuresOfTheLinkEndInAnErrorThatSaysWhy) {
     EXPECT_NE(message([&] { printer.name(); }), "no error");
   }
 }
+
+TEST(BluezBleDoor, ThePublishedSerialProfileLinkReachesTheVirtualPrinterToo) {
+  BluezRig bluez(0.5);
+  BluezVirtualPrinter engine(bluez.bluez);
+  bluez.bluez.addSerialPrinter("00:11:62:AA:BB:01", "Printer A");
+  TestSession session(bluez.platform());
+  ASSERT_EQ(session.openportMFI(), 1);
+  ASSERT_TRUE(eventually([&] { return session.stream_status() == 2; }));
+
+  session.setup(50, 30, 4, 8, 0, 2, 0);
+  session.clearbuffer();
+  session.printerfont(20, 20, "3", 0, 1, 1, "SERIAL");
+  EXPECT_EQ(session.printlabel(1, 1), 1);
+  EXPECT_EQ(session.printer_name(), bytesOf("ORVANTE VP-1\r"));
+  std::vector<vprinter::PrintedLabel> printed;
+  ASSERT_TRUE(eventually([&] {
+    for (auto& one : engine.takePrinted()) printed.push_back(std::move(one));
+    return !printed.empty();
+  }));
+  EXPECT_EQ(printed.front().width(), 400);
+  EXPECT_EQ(printed.front().height(), 240);
+  EXPECT_GT(printed.front().printedIn(20, 20, 120, 44), 0u);
+  EXPECT_EQ(session.closeport(), 1);
+}

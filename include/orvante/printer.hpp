@@ -55,8 +55,9 @@ class Printer {
   using Progress = std::function<void(std::size_t sent, std::size_t total)>;
 
   // Connects to "tcp://host[:port]" (port 9100 when absent; IPv6 addresses
-  // in brackets). Throws Error when the printer refuses, cannot be reached
-  // or does not answer within the timeout.
+  // in brackets) or "ble://ADDRESS" (a BLE printer's device address, as
+  // BlueZ reports it: scanned for until the timeout). Throws Error when the
+  // printer refuses, cannot be reached or does not answer within the timeout.
   static Printer open(std::string_view uri, Timeout timeout = std::chrono::seconds(5));
 
   Printer(Printer&&) noexcept;

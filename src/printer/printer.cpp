@@ -10,6 +10,7 @@
 #include <mutex>
 
 #include <orvante/commands.hpp>
+#include "../transport/ble_streams.hpp"
 #include "../transport/link_signal.hpp"
 #include "../transport/socket_streams.hpp"
 #include "printer_uri.hpp"
@@ -72,6 +73,8 @@ struct Printer::Connection {
   std::mutex mutex;  // one operation at a time
   Timeout stallTimeout = std::chrono::seconds(30);
   Progress progress;
+  // The link acknowledges each write: a send ends once the last was.
+  bool acknowledged = false;
 
   ~Connection() { shut(); }
 
@@ -128,6 +131,22 @@ struct Printer::Connection {
       }
       sent += static_cast<std::size_t>(count);
       if (progress) progress(sent, bytes.size());
+    }
+    if (acknowledged) awaitAcknowledgment(bytes.size());
+  }
+
+  void awaitAcknowledgment(std::size_t total) {
+    auto& output = *streams.output;
+    const bool answered = waitUntil(Clock::now() + stallTimeout, [&] {
+      return output.hasSpaceAvailable() || isFinished(output.streamStatus());
+    });
+    if (!answered) {
+      throw Error(where + " did not acknowledge the last bytes within " +
+                  std::to_string(stallTimeout.count()) + " ms");
+    }
+    if (isFinished(output.streamStatus())) {
+      throw Error("sending to " + where + " failed at the last of " + std::to_string(total) +
+                  " bytes: " + failure());
     }
   }
 
@@ -186,8 +205,14 @@ Printer::~Printer() = default;
 Printer Printer::open(std::string_view uri, Timeout timeout) {
   const auto address = direct::parsePrinterUri(uri);
   auto connection = std::make_unique<Connection>();
-  connection->where = address.host + ":" + std::to_string(address.port);
-  connection->streams = transport::connectSocketStreams(address.host, address.port);
+  if (address.scheme == "ble") {
+    connection->where = "ble://" + address.host;
+    connection->streams = transport::makeBleStreams(address.host);
+    connection->acknowledged = true;
+  } else {
+    connection->where = address.host + ":" + std::to_string(address.port);
+    connection->streams = transport::connectSocketStreams(address.host, address.port);
+  }
   auto& streams = connection->streams;
   if (!streams.input || !streams.output) {
     throw Error("cannot connect to " + connection->where + ": out of descriptors or a bad address");

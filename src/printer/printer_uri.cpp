@@ -13,6 +13,13 @@ PrinterAddress parsePrinterUri(std::string_view uri) {
   }
   PrinterAddress address;
   address.scheme = std::string(uri.substr(0, separator));
+  if (address.scheme == "ble") {
+    // A BLE address or identifier holds colons of its own: all of it is the host.
+    address.host = std::string(uri.substr(separator + 3));
+    address.port = 0;
+    if (address.host.empty()) throw Error("no device address in the printer address " + std::string(uri));
+    return address;
+  }
   if (address.scheme != "tcp") {
     throw Error("printers at " + address.scheme + ":// addresses are not supported yet: use tcp://host[:port]");
   }

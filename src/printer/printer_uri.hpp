@@ -12,7 +12,8 @@ struct PrinterAddress {
   int port = 9100;
 };
 
-// Parses "tcp://host[:port]" ("[v6 address]:port" for IPv6). Throws
+// Parses "tcp://host[:port]" ("[v6 address]:port" for IPv6) and
+// "ble://ADDRESS" (the device address or identifier, kept whole). Throws
 // orvante::Error for anything else, naming what is wrong.
 PrinterAddress parsePrinterUri(std::string_view uri);
 

@@ -11,6 +11,7 @@
 #include <orvante/session.hpp>
 
 #include "../commands/text_encoding.hpp"
+#include "../transport/ble_printer_profile.hpp"
 #include "describe.hpp"
 #include "internals.hpp"
 
@@ -25,11 +26,8 @@ using orvante::log;
 
 namespace {
 
-const char* const kDeviceInformation = "180A";
-const ble::Uuid kManufacturerName("00002A29-0000-1000-8000-00805F9B34FB");
-const ble::Uuid kSerialService("49535343-FE7D-4AE5-8FA9-9FAFD205E455");
-const ble::Uuid kReceive("49535343-1E4D-4BD9-BA61-23C647249616");
-const ble::Uuid kWrite("49535343-8841-43F4-A8d4-ECBE34729BB3");
+using namespace orvante::transport::printer_profile;
+
 const char* const kSlowBridgeMaker = "Lantronix";
 
 constexpr std::size_t kPacket = 20;

@@ -249,6 +249,17 @@ void FakePeripheral::readValue(const std::shared_ptr<ble::Characteristic>& chara
   });
 }
 
+void FakePeripheral::setMtu(std::uint16_t mtu) {
+  std::lock_guard lock(mutex_);
+  mtu_ = mtu;
+}
+
+std::size_t FakePeripheral::maximumWriteValueLength(ble::WriteType) const {
+  std::lock_guard lock(mutex_);
+  if (!mtu_ || *mtu_ < kSmallestWriteValueLength + 3) return kSmallestWriteValueLength;
+  return *mtu_ - 3u;
+}
+
 void FakePeripheral::writeValue(ByteView data,
                                 const std::shared_ptr<ble::Characteristic>& characteristic,
                                 ble::WriteType type) {

@@ -117,6 +117,14 @@ class Peripheral {
                           WriteType type) = 0;
   virtual void setNotifyValue(bool enabled,
                               const std::shared_ptr<Characteristic>& characteristic) = 0;
+  // The most bytes one write of that type may carry: the link's ATT MTU
+  // less the 3 bytes of the write's header. 20, the payload of the
+  // smallest MTU, when the platform does not tell.
+  virtual std::size_t maximumWriteValueLength(WriteType type) const {
+    (void)type;
+    return kSmallestWriteValueLength;
+  }
+  static constexpr std::size_t kSmallestWriteValueLength = 20;
 };
 
 class Central;

@@ -82,6 +82,9 @@ class FakePeripheral final : public ble::Peripheral,
   // A peripheral that never finishes connecting.
   void setConnectable(bool connectable);
   void setResponder(Responder responder);
+  // The link's ATT MTU, which bounds each write to mtu - 3 bytes; a
+  // peripheral without one allows the smallest, 20.
+  void setMtu(std::uint16_t mtu);
 
   // The printer's side of the link.
   // Sets the characteristic's value and notifies, if notifications are on.
@@ -114,6 +117,7 @@ class FakePeripheral final : public ble::Peripheral,
                   ble::WriteType type) override;
   void setNotifyValue(bool enabled,
                       const std::shared_ptr<ble::Characteristic>& characteristic) override;
+  std::size_t maximumWriteValueLength(ble::WriteType type) const override;
 
  private:
   friend class FakeCentral;
@@ -135,6 +139,7 @@ class FakePeripheral final : public ble::Peripheral,
   std::optional<ble::Error> serviceError_, characteristicError_, writeError_;
   bool connectable_ = true;
   Responder responder_;
+  std::optional<std::uint16_t> mtu_;
   std::vector<Write> writes_;
   std::map<std::string, bool> notifying_;
   std::map<std::string, int> reads_;

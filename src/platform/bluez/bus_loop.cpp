@@ -5,7 +5,9 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdint>
+#include <future>
 #include <limits>
 
 namespace orvante::platform::bluez {
@@ -53,6 +55,14 @@ void BusLoop::stop() {
   const std::uint64_t one = 1;
   (void)!::write(wakeFd_, &one, sizeof one);
   if (thread_.joinable()) thread_.join();
+}
+
+void BusLoop::finish() {
+  auto done = std::make_shared<std::promise<void>>();
+  post([done] { done->set_value(); });
+  // Tasks run in order: once this one has, so have the ones before it.
+  done->get_future().wait_for(std::chrono::seconds(1));
+  stop();
 }
 
 void BusLoop::run() {

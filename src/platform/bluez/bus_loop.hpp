@@ -28,6 +28,9 @@ class BusLoop {
   bool isCurrent() const { return std::this_thread::get_id() == thread_.get_id(); }
   // Ends the thread; tasks not yet run are dropped. Not from the loop itself.
   void stop();
+  // Runs the tasks posted so far (a second at most), so the calls they make
+  // are on their way, then stops. Not from the loop itself.
+  void finish();
 
  private:
   void run();

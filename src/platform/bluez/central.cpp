@@ -1,5 +1,6 @@
 #include "central.hpp"
 
+#include <algorithm>
 #include <chrono>
 #include <functional>
 #include <future>
@@ -74,6 +75,7 @@ class Peripheral final : public ble::Peripheral, public std::enable_shared_from_
                   ble::WriteType type) override;
   void setNotifyValue(bool enabled,
                       const std::shared_ptr<ble::Characteristic>& characteristic) override;
+  std::size_t maximumWriteValueLength(ble::WriteType type) const override;
 
   // Runs f with the delegate, if any, on the central's queue.
   void deliver(std::function<void(ble::PeripheralDelegate&, const std::shared_ptr<ble::Peripheral>&)>
@@ -112,8 +114,9 @@ class Central final : public ble::Central, public std::enable_shared_from_this<C
       : loop_(std::make_unique<BusLoop>(std::move(bus))), delegate_(&delegate), queue_(queueName) {}
 
   ~Central() override {
-    // No D-Bus handler or bus task runs past this point; they use `this`.
-    loop_->stop();
+    // A scan's stop or a disconnection asked for last still goes out; no
+    // D-Bus handler or bus task runs past this point, they use `this`.
+    loop_->finish();
   }
 
   void start();
@@ -136,6 +139,7 @@ class Central final : public ble::Central, public std::enable_shared_from_this<C
                   const std::shared_ptr<GattCharacteristic>& characteristic, Bytes data,
                   ble::WriteType type);
   void setNotify(const std::shared_ptr<GattCharacteristic>& characteristic, bool enabled);
+  std::optional<std::uint16_t> mtu(const std::string& devicePath) const;
 
   void post(std::function<void(ble::CentralDelegate&)> f);
   void post(const std::shared_ptr<Peripheral>& peripheral,
@@ -223,6 +227,16 @@ void Peripheral::setNotifyValue(bool enabled,
     }
   }
   central->setNotify(gatt, enabled);
+}
+
+std::size_t Peripheral::maximumWriteValueLength(ble::WriteType) const {
+  // BlueZ 5.62 and later tell the link's ATT MTU on each characteristic;
+  // older ones do not, and the smallest MTU is assumed.
+  constexpr std::size_t kAttHeader = 3, kLongestValue = 512;
+  const auto central = central_.lock();
+  const auto mtu = central ? central->mtu(path_) : std::nullopt;
+  if (!mtu || *mtu < kSmallestWriteValueLength + kAttHeader) return kSmallestWriteValueLength;
+  return std::min<std::size_t>(*mtu - kAttHeader, kLongestValue);
 }
 
 // --- central -----------------------------------------------------------------
@@ -617,6 +631,21 @@ void Central::setNotify(const std::shared_ptr<GattCharacteristic>& characteristi
         .withTimeout(kCallLimit)
         .uponReplyInvoke([](const sdbus::Error*) {});
   });
+}
+
+// The largest MTU any characteristic of the device reports; they share one link.
+std::optional<std::uint16_t> Central::mtu(const std::string& devicePath) const {
+  std::optional<std::uint16_t> largest;
+  std::lock_guard lock(mutex_);
+  for (auto it = tree_.lower_bound(devicePath + "/"); it != tree_.end(); ++it) {
+    if (it->first.rfind(devicePath + "/", 0) != 0) break;
+    auto characteristic = it->second.find(kGattCharacteristic);
+    if (characteristic == it->second.end()) continue;
+    if (auto value = property<std::uint16_t>(characteristic->second, "MTU")) {
+      largest = std::max(largest.value_or(0), *value);
+    }
+  }
+  return largest;
 }
 
 // --- signals -----------------------------------------------------------------

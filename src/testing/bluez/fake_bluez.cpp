@@ -4,7 +4,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <condition_variable>
 #include <future>
+#include <thread>
 
 namespace orvante::testing {
 namespace {
@@ -32,6 +34,51 @@ sdbus::Variant text(const std::string& value) { return sdbus::Variant(value); }
 
 }  // namespace
 
+class FakeBluez::Timer {
+ public:
+  explicit Timer(platform::bluez::BusLoop& loop) : loop_(loop), thread_([this] { run(); }) {}
+  ~Timer() {
+    {
+      std::lock_guard lock(mutex_);
+      stopping_ = true;
+    }
+    changed_.notify_all();
+    thread_.join();
+  }
+
+  void at(std::chrono::steady_clock::time_point when, std::function<void()> task) {
+    {
+      std::lock_guard lock(mutex_);
+      tasks_.emplace(when, std::move(task));
+    }
+    changed_.notify_all();
+  }
+
+ private:
+  void run() {
+    std::unique_lock lock(mutex_);
+    while (!stopping_) {
+      if (tasks_.empty()) {
+        changed_.wait(lock);
+        continue;
+      }
+      const auto first = tasks_.begin();
+      if (changed_.wait_until(lock, first->first) == std::cv_status::no_timeout) continue;
+      if (std::chrono::steady_clock::now() < first->first) continue;
+      auto task = std::move(first->second);
+      tasks_.erase(first);
+      loop_.post(std::move(task));
+    }
+  }
+
+  platform::bluez::BusLoop& loop_;
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::multimap<std::chrono::steady_clock::time_point, std::function<void()>> tasks_;
+  bool stopping_ = false;
+  std::thread thread_;
+};
+
 struct FakeBluez::Device {
   std::vector<Write> writes;
   bool notifying = false;
@@ -42,7 +89,8 @@ struct FakeBluez::Device {
 
 FakeBluez::FakeBluez(const std::string& busAddress)
     : loop_(std::make_unique<platform::bluez::BusLoop>(
-          sdbus::createSessionBusConnectionWithAddress(busAddress))) {
+          sdbus::createSessionBusConnectionWithAddress(busAddress))),
+      timer_(std::make_unique<Timer>(*loop_)) {
   onLoop([this] { start(); });
 }
 
@@ -79,6 +127,7 @@ void FakeBluez::start() {
 
 FakeBluez::~FakeBluez() {
   // The bus objects go before the connection, with no handler running.
+  timer_.reset();
   loop_->stop();
   profileClient_.reset();
   exported_.clear();
@@ -170,6 +219,7 @@ void FakeBluez::publish(const std::string& path) {
       if (type == "s") expose<std::string>(object, interface, name, lookup);
       if (type == "b") expose<bool>(object, interface, name, lookup);
       if (type == "n") expose<std::int16_t>(object, interface, name, lookup);
+      if (type == "q") expose<std::uint16_t>(object, interface, name, lookup);
       if (type == "o") expose<sdbus::ObjectPath>(object, interface, name, lookup);
       if (type == "as") expose<std::vector<std::string>>(object, interface, name, lookup);
       if (type == "ay") expose<std::vector<std::uint8_t>>(object, interface, name, lookup);
@@ -251,23 +301,25 @@ void FakeBluez::registerCharacteristic(const std::string& path) {
       });
   object.registerMethod("WriteValue")
       .onInterface(kGattCharacteristic)
-      .implementedAs([this, path](const std::vector<std::uint8_t>& data, const Properties& options) {
+      .implementedAs([this, path](sdbus::Result<>&& result, const std::vector<std::uint8_t>& data,
+                                  const Properties& options) {
         const auto owner = characteristicDevice(path);
-        throwIfFailing(owner, "WriteValue");
-        Responder responder;
-        {
+        auto answer = std::make_shared<sdbus::Result<>>(std::move(result));
+        std::string type;
+        try {
+          throwIfFailing(owner, "WriteValue");
           auto& state = objects_[owner][kDevice];
           if (!state["Connected"].get<bool>()) {
             throw sdbus::Error("org.bluez.Error.NotConnected", "Not Connected");
           }
-          auto type = options.find("type");
-          device(owner).writes.push_back(
-              {data, type == options.end() ? "" : type->second.get<std::string>()});
-          responder = responder_;
+          auto found = options.find("type");
+          if (found != options.end()) type = found->second.get<std::string>();
+        } catch (const sdbus::Error& error) {
+          answer->returnError(error);
+          return;
         }
-        if (responder) {
-          loop_->post([this, responder, owner, data] { responder(*this, owner, data); });
-        }
+        device(owner).writes.push_back({data, type});
+        answerWrite(std::move(answer), owner, data, type == "request");
       });
   object.registerMethod("StartNotify").onInterface(kGattCharacteristic).implementedAs([this, path] {
     const auto owner = characteristicDevice(path);
@@ -277,6 +329,24 @@ void FakeBluez::registerCharacteristic(const std::string& path) {
   object.registerMethod("StopNotify").onInterface(kGattCharacteristic).implementedAs([this, path] {
     device(characteristicDevice(path)).notifying = false;
   });
+}
+
+// Answers the write at once, or one connection interval after the last
+// acknowledged write was answered; the printer takes the bytes after that.
+void FakeBluez::answerWrite(std::shared_ptr<sdbus::Result<>> result, const std::string& owner,
+                            std::vector<std::uint8_t> data, bool acknowledged) {
+  // The responder is looked up when it is due, so one cleared meanwhile is not called.
+  auto answer = [this, result = std::move(result), owner, data = std::move(data)] {
+    result->returnResults();
+    loop_->post([this, owner, data] {
+      auto responder = responder_;
+      if (responder) responder(*this, owner, data);
+    });
+  };
+  if (!acknowledged || connectionInterval_.count() == 0) return answer();
+  const auto now = std::chrono::steady_clock::now();
+  lastAnswer_ = std::max(now, lastAnswer_) + connectionInterval_;
+  timer_->at(lastAnswer_, std::move(answer));
 }
 
 void FakeBluez::connectProfile(const std::string& path) {
@@ -349,6 +419,7 @@ std::string FakeBluez::addPrinter(const std::string& address, std::optional<std:
                        {{"UUID", text(uuid)},
                         {"Service", sdbus::Variant(sdbus::ObjectPath(owner))},
                         {"Flags", sdbus::Variant(flags)},
+                        {"MTU", sdbus::Variant(std::uint16_t{23})},
                         {"Value", sdbus::Variant(std::vector<std::uint8_t>{})}}}};
   };
   exportObject(info, service(kDeviceInformation), knownAtStart);
@@ -441,6 +512,24 @@ void FakeBluez::setResponder(Responder responder) {
 void FakeBluez::setSerialResponder(orvante::testing::PrinterPeer::Responder responder) {
   if (!loop_->isCurrent()) return onLoop([&] { setSerialResponder(responder); });
   serialResponder_ = std::move(responder);
+}
+
+void FakeBluez::setMtu(const std::string& path, std::uint16_t mtu) {
+  if (!loop_->isCurrent()) return onLoop([&] { setMtu(path, mtu); });
+  std::vector<std::string> characteristics;
+  for (const auto& [object, interfaces] : objects_) {
+    if (object.rfind(path + "/", 0) == 0 && interfaces.count(kGattCharacteristic)) {
+      characteristics.push_back(object);
+    }
+  }
+  for (const auto& object : characteristics) {
+    setProperty(object, kGattCharacteristic, "MTU", sdbus::Variant(mtu));
+  }
+}
+
+void FakeBluez::setConnectionInterval(std::chrono::microseconds interval) {
+  if (!loop_->isCurrent()) return onLoop([&] { setConnectionInterval(interval); });
+  connectionInterval_ = interval;
 }
 
 void FakeBluez::failMethod(const std::string& path, const std::string& method,

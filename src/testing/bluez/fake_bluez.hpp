@@ -4,6 +4,8 @@
 // and serial services), paired printers on the Serial Port Profile, and the
 // failures a real daemon reports. Tests script it and read what clients did.
 
+#include <chrono>
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
@@ -57,6 +59,13 @@ class FakeBluez {
   void removeDevice(const std::string& device);
   void setResponder(Responder responder);
   void setSerialResponder(orvante::testing::PrinterPeer::Responder responder);
+  // The link's ATT MTU, which BlueZ tells on each characteristic of the
+  // device (23, the smallest, until set).
+  void setMtu(const std::string& device, std::uint16_t mtu);
+  // Each acknowledged write ("request") is answered one connection interval
+  // after the one before it was, as a radio link takes one such write per
+  // interval; unacknowledged writes are not held up. Zero answers at once.
+  void setConnectionInterval(std::chrono::microseconds interval);
   // The next calls of this method on the device fail with this D-Bus error.
   void failMethod(const std::string& device, const std::string& method, std::string errorName);
 
@@ -89,6 +98,8 @@ class FakeBluez {
   void registerDevice(const std::string& path);
   void registerCharacteristic(const std::string& path);
   void connectProfile(const std::string& device);
+  void answerWrite(std::shared_ptr<sdbus::Result<>> result, const std::string& device,
+                   std::vector<std::uint8_t> data, bool acknowledged);
 
   // Owns the connection; every use of it happens on its thread.
   std::unique_ptr<platform::bluez::BusLoop> loop_;
@@ -103,6 +114,11 @@ class FakeBluez {
   std::string profileOwner_, profilePath_;
   bool discovering_ = false;
   std::unique_ptr<sdbus::IProxy> profileClient_;
+  std::chrono::microseconds connectionInterval_{0};
+  std::chrono::steady_clock::time_point lastAnswer_;
+  // Runs tasks on the bus thread at a set time: the delayed write answers.
+  class Timer;
+  std::unique_ptr<Timer> timer_;
 };
 
 }  // namespace orvante::testing

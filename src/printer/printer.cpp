@@ -12,6 +12,7 @@
 #include <orvante/commands.hpp>
 #include "../transport/link_signal.hpp"
 #include "../transport/socket_streams.hpp"
+#include "device_links.hpp"
 #include "printer_uri.hpp"
 
 namespace orvante {
@@ -184,10 +185,15 @@ Printer& Printer::operator=(Printer&&) noexcept = default;
 Printer::~Printer() = default;
 
 Printer Printer::open(std::string_view uri, Timeout timeout) {
-  const auto address = direct::parsePrinterUri(uri);
   auto connection = std::make_unique<Connection>();
-  connection->where = address.host + ":" + std::to_string(address.port);
-  connection->streams = transport::connectSocketStreams(address.host, address.port);
+  if (const auto device = direct::parseDeviceUri(uri)) {
+    connection->where = direct::describeDevice(*device);
+    connection->streams = direct::openDeviceStreams(*device);
+  } else {
+    const auto address = direct::parsePrinterUri(uri);
+    connection->where = address.host + ":" + std::to_string(address.port);
+    connection->streams = transport::connectSocketStreams(address.host, address.port);
+  }
   auto& streams = connection->streams;
   if (!streams.input || !streams.output) {
     throw Error("cannot connect to " + connection->where + ": out of descriptors or a bad address");

@@ -76,7 +76,9 @@ bool resolveInBackground(const std::shared_ptr<Resolution>& state, std::string h
 class SocketCore : public std::enable_shared_from_this<SocketCore> {
  public:
   SocketCore(std::string host, int port) : host_(std::move(host)), port_(port) {}
-  explicit SocketCore(int fd) : fd_(fd), adopted_(true) {}
+  // A device descriptor (device true) is used with read and write, which
+  // every pollable descriptor has, instead of the socket calls.
+  SocketCore(int fd, bool device) : fd_(fd), adopted_(true), device_(device) {}
 
   ~SocketCore() {
     if (thread_.joinable()) {
@@ -195,7 +197,8 @@ class SocketCore : public std::enable_shared_from_this<SocketCore> {
     std::shared_lock fdLock(fdMutex_);
     if (fd_ < 0) return -1;
     for (;;) {
-      const ssize_t count = ::recv(fd_, buffer, maxLength, MSG_DONTWAIT);
+      const ssize_t count =
+          device_ ? ::read(fd_, buffer, maxLength) : ::recv(fd_, buffer, maxLength, MSG_DONTWAIT);
       if (count > 0) {
         wake();  // the end of the stream may now be due
         return count;
@@ -207,7 +210,8 @@ class SocketCore : public std::enable_shared_from_this<SocketCore> {
       if (errno == EINTR) continue;
       if (errno == EAGAIN || errno == EWOULDBLOCK) {
         pollfd waitFor{fd_, POLLIN, 0};
-        ::poll(&waitFor, 1, -1);
+        ::poll(&waitFor, 1, blockingWaitMs());
+        if (device_ && stopping()) return -1;
         continue;
       }
       const int code = errno;
@@ -231,7 +235,8 @@ class SocketCore : public std::enable_shared_from_this<SocketCore> {
     std::shared_lock fdLock(fdMutex_);
     if (fd_ < 0) return -1;
     for (;;) {
-      const ssize_t count = ::send(fd_, bytes, length, MSG_NOSIGNAL | MSG_DONTWAIT);
+      const ssize_t count = device_ ? ::write(fd_, bytes, length)
+                                    : ::send(fd_, bytes, length, MSG_NOSIGNAL | MSG_DONTWAIT);
       if (count >= 0) {
         {
           std::lock_guard lock(mutex_);
@@ -244,7 +249,8 @@ class SocketCore : public std::enable_shared_from_this<SocketCore> {
       if (errno == EAGAIN || errno == EWOULDBLOCK) {
         // Like a blocking stream: wait until the link takes something.
         pollfd waitFor{fd_, POLLOUT, 0};
-        ::poll(&waitFor, 1, -1);
+        ::poll(&waitFor, 1, blockingWaitMs());
+        if (device_ && stopping()) return -1;
         continue;
       }
       const int code = errno;
@@ -275,9 +281,16 @@ class SocketCore : public std::enable_shared_from_this<SocketCore> {
     std::shared_lock fdLock(fdMutex_);
     if (fd_ < 0) return 0;
     int count = 0;
-    if (::ioctl(fd_, FIONREAD, &count) != 0) return 0;
-    return count;
+    if (::ioctl(fd_, FIONREAD, &count) == 0) return count;
+    if (!device_) return 0;
+    // A device without FIONREAD (a USB printer): readable means some.
+    pollfd probe{fd_, POLLIN, 0};
+    return ::poll(&probe, 1, 0) == 1 && (probe.revents & POLLIN) ? 1 : 0;
   }
+
+  // A device has no shutdown to wake a reader or writer blocked on it, so
+  // their waits look at the pair's state every so often.
+  int blockingWaitMs() const { return device_ ? 100 : -1; }
 
   void markPeerClosed() {
     {
@@ -555,6 +568,7 @@ class SocketCore : public std::enable_shared_from_this<SocketCore> {
   const int port_ = 0;
   int fd_ = -1;
   const bool adopted_ = false;
+  const bool device_ = false;
   const int wakeFd_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   const int poller_ = epoll_create1(EPOLL_CLOEXEC);
   std::thread thread_;
@@ -637,7 +651,16 @@ StreamPair adoptSocketStreams(int fd) {
   if (fd < 0) return {};
   const int flags = ::fcntl(fd, F_GETFL);
   ::fcntl(fd, F_SETFL, flags | O_NONBLOCK);
-  auto core = std::make_shared<SocketCore>(fd);
+  auto core = std::make_shared<SocketCore>(fd, false);
+  if (!core->usable()) return {};
+  return pairOver(core);
+}
+
+StreamPair adoptDeviceStreams(int fd) {
+  if (fd < 0) return {};
+  const int flags = ::fcntl(fd, F_GETFL);
+  ::fcntl(fd, F_SETFL, flags | O_NONBLOCK);
+  auto core = std::make_shared<SocketCore>(fd, true);
   if (!core->usable()) return {};
   return pairOver(core);
 }

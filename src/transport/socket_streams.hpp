@@ -16,6 +16,11 @@ StreamPair connectSocketStreams(const std::string& host, int port);
 // Takes ownership of a connected socket.
 StreamPair adoptSocketStreams(int fd);
 
+// Takes ownership of any pollable descriptor (a tty, a USB printer device,
+// a pipe): bytes move with read and write, and the bytes waiting are told
+// by FIONREAD or, where the device lacks it, by a zero-timeout poll.
+StreamPair adoptDeviceStreams(int fd);
+
 class SocketStreamFactory final : public StreamFactory {
  public:
   StreamPair createPairWithSocketToHost(const std::string& host, std::int32_t port) override;

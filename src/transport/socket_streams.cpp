@@ -553,7 +553,9 @@ class SocketCore : public std::enable_shared_from_this<SocketCore> {
             std::shared_lock fdLock(fdMutex_);
             if (fd_ >= 0) ::getsockopt(fd_, SOL_SOCKET, SO_ERROR, &code, &size);
           }
-          fail(describeErrno(code ? code : ECONNRESET), kInput);
+          // A device reports no error code: its line hung up.
+          fail(device_ ? std::string("the device hung up") : describeErrno(code ? code : ECONNRESET),
+               kInput);
         }
         if (flags & EPOLLIN) newData = true;
         if (flags & (EPOLLRDHUP | EPOLLHUP)) {

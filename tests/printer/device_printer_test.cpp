@@ -86,3 +86,14 @@ TEST(DevicePrinter, BadDeviceAddressesAndMissingDevicesSayWhy) {
   EXPECT_EQ(openFailure("serial:///dev/null"),
             "/dev/null is no serial device: Inappropriate ioctl for device");
 }
+
+TEST(DevicePrinter, AnUnpluggedSerialPrinterFailsTheNextOperationWithTheReason) {
+  PtyPrinter printer;
+  auto connection = Printer::open("serial://" + printer.path());
+  connection.send("CLS\r\n");
+  ASSERT_TRUE(printer.peer().waitForBytes(5));
+  printer.unplug();
+  EXPECT_TRUE(eventually([&] { return !connection.isOpen(); }));
+  EXPECT_EQ(messageOf([&] { connection.send("PRINT 1\r\n"); }),
+            "sending to " + printer.path() + " failed after 0 of 9 bytes: the device hung up");
+}

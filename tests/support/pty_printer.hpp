@@ -34,6 +34,8 @@ class PtyPrinter {
 
   const std::string& path() const { return path_; }
   PrinterPeer& peer() { return *peer_; }
+  // Closes the master side, as a printer unplugged: the tty hangs up.
+  void unplug() { peer_.reset(); }
   // Sets the line raw from this side, as for a device whose opener does not.
   void makeRaw() {
     termios settings = line();

@@ -119,7 +119,7 @@ TEST(DeviceAccessories, AMissingDirectoryOrDeviceAndABadBaudAreHandled) {
 
 TEST(DeviceAccessories, TheSessionOpensASerialPrinterRawAndCarriesALabelAndAReply) {
   DeviceRig devices;
-  PtyPrinter printer(answering({{"~!T", "LP-2824\r"}}));
+  PtyPrinter printer(answering({{"~!T", "OV-203\r"}}));
   AddedSerialPrinter added(printer.path(), 115200);
   TestSession session(devices.platform());
   EXPECT_EQ(session.openportMFI(std::string(kDataPath)), 1);
@@ -136,7 +136,7 @@ TEST(DeviceAccessories, TheSessionOpensASerialPrinterRawAndCarriesALabelAndARepl
   EXPECT_EQ(line.c_oflag & OPOST, 0u);
 
   EXPECT_EQ(session.printlabel(1, 1), 1);
-  EXPECT_EQ(session.printer_name(), bytesOf("LP-2824\r"));
+  EXPECT_EQ(session.printer_name(), bytesOf("OV-203\r"));
   // A line left cooked would have turned "\n" into "\r\n" on the way.
   ASSERT_TRUE(printer.peer().waitForBytes(14));
   EXPECT_EQ(textOf(printer.peer().received()), "PRINT 1,1\r\n~!T");

@@ -27,10 +27,10 @@ std::string nameOf(const std::string& text) {
 }  // namespace
 
 TEST(DeviceId, FieldsAreReadUpToTheLengthTheReplyGives) {
-  const auto fields = parseDeviceId(idReply("MFG:Orvante Labs;MDL:LP-2824 ;CMD:LABEL,RASTER;CLS:PRINTER;"));
+  const auto fields = parseDeviceId(idReply("MFG:Orvante Labs;MDL:OV-203 ;CMD:LABEL,RASTER;CLS:PRINTER;"));
   ASSERT_TRUE(fields);
   EXPECT_EQ(*fields, (std::map<std::string, std::string>{{"MFG", "Orvante Labs"},
-                                                          {"MDL", "LP-2824"},
+                                                          {"MDL", "OV-203"},
                                                           {"CMD", "LABEL,RASTER"},
                                                           {"CLS", "PRINTER"}}));
   // Bytes past the length are not the ID, even when they look like it.
@@ -41,17 +41,17 @@ TEST(DeviceId, FieldsAreReadUpToTheLengthTheReplyGives) {
 }
 
 TEST(DeviceId, TheNameIsMakerAndModelOrWhichOfThemIsThere) {
-  EXPECT_EQ(nameOf("MFG:Orvante Labs;MDL:LP-2824;"), "Orvante Labs LP-2824");
-  EXPECT_EQ(nameOf("MANUFACTURER:Orvante Labs;MODEL:LP-2824;"), "Orvante Labs LP-2824");
-  EXPECT_EQ(nameOf("CMD:LABEL;MDL:LP-2824;"), "LP-2824");
+  EXPECT_EQ(nameOf("MFG:Orvante Labs;MDL:OV-203;"), "Orvante Labs OV-203");
+  EXPECT_EQ(nameOf("MANUFACTURER:Orvante Labs;MODEL:OV-203;"), "Orvante Labs OV-203");
+  EXPECT_EQ(nameOf("CMD:LABEL;MDL:OV-203;"), "OV-203");
   EXPECT_EQ(nameOf("MFG:Orvante Labs;MDL:;"), "Orvante Labs");
   EXPECT_EQ(nameOf("CMD:LABEL;CLS:PRINTER;"), "");
   EXPECT_EQ(nameOf(""), "");
 }
 
 TEST(DeviceId, ALastFieldWithoutItsTerminatorCountsAndJunkIsSkipped) {
-  EXPECT_EQ(nameOf("MFG:Orvante Labs;MDL:LP-2824"), "Orvante Labs LP-2824");
-  EXPECT_EQ(nameOf(";;no colon here;:empty key;MDL:LP-2824"), "LP-2824");
+  EXPECT_EQ(nameOf("MFG:Orvante Labs;MDL:OV-203"), "Orvante Labs OV-203");
+  EXPECT_EQ(nameOf(";;no colon here;:empty key;MDL:OV-203"), "OV-203");
   // A NUL inside the counted length ends the text.
   EXPECT_EQ(nameOf(std::string("MFG:A;\0MDL:B;", 13)), "A");
 }

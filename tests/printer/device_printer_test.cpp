@@ -29,7 +29,7 @@ std::string openFailure(const std::string& uri) {
 }  // namespace
 
 TEST(DevicePrinter, ASerialPrinterTakesALabelAndAnswersAQuery) {
-  PtyPrinter printer(answering({{"~!T", "LP-2824\r"}, {"\x1B!?", "\x04"}}));
+  PtyPrinter printer(answering({{"~!T", "OV-203\r"}, {"\x1B!?", "\x04"}}));
   auto connection = Printer::open("serial://" + printer.path() + "?baud=9600");
   EXPECT_TRUE(connection.isOpen());
   const termios line = printer.line();
@@ -39,7 +39,7 @@ TEST(DevicePrinter, ASerialPrinterTakesALabelAndAnswersAQuery) {
   connection.print(label);
   ASSERT_TRUE(printer.peer().waitForBytes(label.bytes().size()));
   EXPECT_EQ(printer.peer().received(), label.bytes());
-  EXPECT_EQ(connection.name(), "LP-2824");
+  EXPECT_EQ(connection.name(), "OV-203");
   EXPECT_TRUE(connection.status().outOfPaper());
   connection.close();
   EXPECT_FALSE(connection.isOpen());
@@ -51,11 +51,11 @@ TEST(DevicePrinter, ASerialPrinterTakesALabelAndAnswersAQuery) {
 }
 
 TEST(DevicePrinter, AUsbPrinterDeviceCarriesBytesBothWays) {
-  PtyPrinter printer(answering({{"~!T", "LP-2824\r"}}));
+  PtyPrinter printer(answering({{"~!T", "OV-203\r"}}));
   printer.makeRaw();  // a USB printer device has no line discipline
   auto connection = Printer::open("usb://" + printer.path());
   connection.send("CLS\r\n");
-  EXPECT_EQ(connection.name(), "LP-2824");
+  EXPECT_EQ(connection.name(), "OV-203");
   EXPECT_EQ(textOf(printer.peer().received()), "CLS\r\n~!T");
 }
 

@@ -53,8 +53,11 @@ class ORVANTE_EXPORT Printer {
   using Progress = std::function<void(std::size_t sent, std::size_t total)>;
 
   // Connects to "tcp://host[:port]" (port 9100 when absent; IPv6 addresses
-  // in brackets). Throws Error when the printer refuses, cannot be reached
-  // or does not answer within the timeout.
+  // in brackets), "serial:///dev/ttyUSB0?baud=115200" (a tty set raw, 8N1,
+  // 9600 baud when absent), "usb:///dev/usb/lp0" or "bt://AA:BB:CC:DD:EE:FF"
+  // (a printer paired over the Bluetooth serial port profile). Throws Error
+  // when the printer refuses, cannot be reached, its device is missing or
+  // not permitted, or it does not answer within the timeout.
   static Printer open(std::string_view uri, Timeout timeout = std::chrono::seconds(5));
 
   Printer(Printer&&) noexcept;

@@ -15,6 +15,7 @@
 #include <orvante/lzss.hpp>
 #include <orvante/pdf.hpp>
 #include <orvante/platform/platform.hpp>
+#include <orvante/platform/serial_printers.hpp>
 #include <orvante/printer.hpp>
 #include <orvante/session.hpp>
 #include <orvante/value.hpp>

@@ -55,9 +55,13 @@ class Printer {
   using Progress = std::function<void(std::size_t sent, std::size_t total)>;
 
   // Connects to "tcp://host[:port]" (port 9100 when absent; IPv6 addresses
-  // in brackets) or "ble://ADDRESS" (a BLE printer's device address, as
-  // BlueZ reports it: scanned for until the timeout). Throws Error when the
-  // printer refuses, cannot be reached or does not answer within the timeout.
+  // in brackets), "ble://ADDRESS" (a BLE printer's device address, as BlueZ
+  // reports it: scanned for until the timeout), "serial:///dev/ttyUSB0?baud=115200"
+  // (a tty set raw, 8N1, 9600 baud when absent), "usb:///dev/usb/lp0" or
+  // "bt://AA:BB:CC:DD:EE:FF" (a printer paired over the Bluetooth serial port
+  // profile). Throws Error when the printer refuses, cannot be reached, its
+  // device is missing or not permitted, or it does not answer within the
+  // timeout.
   static Printer open(std::string_view uri, Timeout timeout = std::chrono::seconds(5));
 
   Printer(Printer&&) noexcept;

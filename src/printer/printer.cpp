@@ -13,6 +13,7 @@
 #include "../transport/ble_streams.hpp"
 #include "../transport/link_signal.hpp"
 #include "../transport/socket_streams.hpp"
+#include "device_links.hpp"
 #include "printer_uri.hpp"
 
 namespace orvante {
@@ -203,9 +204,11 @@ Printer& Printer::operator=(Printer&&) noexcept = default;
 Printer::~Printer() = default;
 
 Printer Printer::open(std::string_view uri, Timeout timeout) {
-  const auto address = direct::parsePrinterUri(uri);
   auto connection = std::make_unique<Connection>();
-  if (address.scheme == "ble") {
+  if (const auto device = direct::parseDeviceUri(uri)) {
+    connection->where = direct::describeDevice(*device);
+    connection->streams = direct::openDeviceStreams(*device);
+  } else if (const auto address = direct::parsePrinterUri(uri); address.scheme == "ble") {
     connection->where = "ble://" + address.host;
     connection->streams = transport::makeBleStreams(address.host);
     connection->acknowledged = true;

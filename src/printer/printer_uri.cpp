@@ -2,6 +2,7 @@
 
 #include <orvante/printer.hpp>
 
+#include <cctype>
 #include <charconv>
 
 namespace orvante::direct {
@@ -48,6 +49,75 @@ PrinterAddress parsePrinterUri(std::string_view uri) {
     address.port = port;
   }
   return address;
+}
+
+}  // namespace orvante::direct
+
+namespace orvante::direct {
+namespace {
+
+// "serial:///dev/tty...[?baud=N]": the device file and its baud.
+DeviceAddress parseSerialUri(std::string_view uri, std::string_view rest) {
+  DeviceAddress address{"serial", "", 9600};
+  const auto question = rest.find('?');
+  address.path = std::string(rest.substr(0, question));
+  if (!address.path.starts_with('/')) {
+    throw Error("no device file in the printer address " + std::string(uri) +
+                ": use serial:///dev/ttyUSB0?baud=9600");
+  }
+  if (question == std::string_view::npos) return address;
+  const auto query = rest.substr(question + 1);
+  if (!query.starts_with("baud=")) {
+    throw Error("unknown setting \"" + std::string(query) + "\" in " + std::string(uri) +
+                ": only baud=N is known");
+  }
+  const auto text = query.substr(5);
+  int baud = 0;
+  const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), baud);
+  if (failure != std::errc() || end != text.data() + text.size() || baud <= 0) {
+    throw Error("the baud \"" + std::string(text) + "\" is not a positive number");
+  }
+  address.baud = baud;
+  return address;
+}
+
+// "usb:///dev/usb/lpN": the device file.
+DeviceAddress parseUsbUri(std::string_view uri, std::string_view rest) {
+  if (!rest.starts_with('/') || rest.find('?') != std::string_view::npos) {
+    throw Error("no device file in the printer address " + std::string(uri) +
+                ": use usb:///dev/usb/lp0");
+  }
+  return {"usb", std::string(rest), 0};
+}
+
+// "bt://AA:BB:CC:DD:EE:FF": six hexadecimal pairs, kept in upper case as
+// BlueZ writes them.
+DeviceAddress parseBluetoothUri(std::string_view uri, std::string_view rest) {
+  if (rest.ends_with('/')) rest.remove_suffix(1);
+  bool wellFormed = rest.size() == 17;
+  for (std::size_t i = 0; wellFormed && i < rest.size(); ++i) {
+    wellFormed = i % 3 == 2 ? rest[i] == ':' : std::isxdigit(static_cast<unsigned char>(rest[i]));
+  }
+  if (!wellFormed) {
+    throw Error("\"" + std::string(rest) + "\" in " + std::string(uri) +
+                " is no Bluetooth address: use bt://AA:BB:CC:DD:EE:FF");
+  }
+  std::string address(rest);
+  for (auto& c : address) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  return {"bt", address, 0};
+}
+
+}  // namespace
+
+std::optional<DeviceAddress> parseDeviceUri(std::string_view uri) {
+  const auto separator = uri.find("://");
+  if (separator == std::string_view::npos) return std::nullopt;
+  const auto scheme = uri.substr(0, separator);
+  const auto rest = uri.substr(separator + 3);
+  if (scheme == "serial") return parseSerialUri(uri, rest);
+  if (scheme == "usb") return parseUsbUri(uri, rest);
+  if (scheme == "bt") return parseBluetoothUri(uri, rest);
+  return std::nullopt;
 }
 
 }  // namespace orvante::direct

@@ -3,15 +3,24 @@
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 
 namespace orvante::testing {
+namespace {
+
+bool isSocket(int fd) {
+  struct stat status {};
+  return ::fstat(fd, &status) == 0 && S_ISSOCK(status.st_mode);
+}
+
+}  // namespace
 
 PrinterPeer::PrinterPeer(int fd, Responder responder)
-    : fd_(fd), wakeFd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), responder_(std::move(responder)) {
+    : fd_(fd), socket_(isSocket(fd)), wakeFd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), responder_(std::move(responder)) {
   thread_ = std::thread([this] { run(); });
 }
 
@@ -134,7 +143,8 @@ void PrinterPeer::run() {
       const auto now = std::chrono::steady_clock::now();
       for (auto it = outgoing_.begin(); it != outgoing_.end();) {
         if (it->due <= now) {
-          if (fd >= 0) (void)!::send(fd, it->bytes.data(), it->bytes.size(), MSG_NOSIGNAL);
+          if (fd >= 0 && socket_) (void)!::send(fd, it->bytes.data(), it->bytes.size(), MSG_NOSIGNAL);
+          if (fd >= 0 && !socket_) (void)!::write(fd, it->bytes.data(), it->bytes.size());
           it = outgoing_.erase(it);
         } else {
           const auto wait = std::chrono::duration_cast<std::chrono::milliseconds>(it->due - now);
@@ -151,7 +161,8 @@ void PrinterPeer::run() {
       (void)!::read(wakeFd_, &count, sizeof count);
     }
     if (fd < 0 || !(fds[1].revents & (POLLIN | POLLHUP | POLLERR))) continue;
-    const ssize_t count = ::recv(fd, block.data(), block.size(), MSG_DONTWAIT);
+    const ssize_t count = socket_ ? ::recv(fd, block.data(), block.size(), MSG_DONTWAIT)
+                                  : ::read(fd, block.data(), block.size());
     if (count <= 0) {
       if (count < 0 && (errno == EAGAIN || errno == EINTR)) continue;
       std::lock_guard lock(mutex_);

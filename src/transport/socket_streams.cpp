@@ -487,7 +487,10 @@ class SocketCore : public std::enable_shared_from_this<SocketCore> {
         std::shared_lock fdLock(fdMutex_);
         if (fd_ >= 0) ::getsockopt(fd_, SOL_SOCKET, SO_ERROR, &code, &size);
       }
-      fail(describeErrno(code ? code : ECONNRESET), kInput);
+      // A device reports no error code: its line hung up.
+      fail(kind_ == Descriptor::Device ? std::string("the device hung up")
+                                       : describeErrno(code ? code : ECONNRESET),
+           kInput);
     }
     if (flags & EPOLLIN) newData_ = true;
     if (flags & (EPOLLRDHUP | EPOLLHUP)) {

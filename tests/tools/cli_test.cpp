@@ -76,6 +76,23 @@ TEST(Cli, HelpListsEverySubcommand) {
   EXPECT_EQ(runTool("").status, 2);
 }
 
+TEST(Cli, ScanWithoutBluetoothSaysSoAndListsWhatElseItFinds) {
+  const ToolRun scan =
+      runTool("scan --seconds 0", "DBUS_SYSTEM_BUS_ADDRESS=unix:path=/nonexistent/orvante-bus");
+  EXPECT_TRUE(scan.err.starts_with(
+      "orvante: no Bluetooth adapter (or no system bus): no BLE printers scanned\n"))
+      << scan.err;
+  // USB printers of this machine, if it has any, are still listed.
+  if (scan.out.empty()) {
+    EXPECT_EQ(scan.status, 1);
+    EXPECT_TRUE(scan.err.ends_with("orvante: no printer found\n")) << scan.err;
+  } else {
+    EXPECT_EQ(scan.status, 0);
+    EXPECT_TRUE(scan.out.starts_with("usb://")) << scan.out;
+  }
+  EXPECT_EQ(runTool("scan --seconds -1").status, 2);
+}
+
 TEST(Cli, ALabelGoesToThePrinterByteExact) {
   LoopbackPrinter printer;
   const ToolRun run = runTool(at(printer) +

@@ -26,5 +26,6 @@ void showProgress(Printer& printer, std::size_t from = 64 * 1024);
 // The subcommands.
 void addLabelCommands(CLI::App& app, const Options& options);
 void addPrinterCommands(CLI::App& app, const Options& options);
+void addScanCommand(CLI::App& app);
 
 }  // namespace orvante::cli

@@ -18,11 +18,13 @@ int main(int argc, char** argv) {
   app.require_subcommand(1);
   app.option_defaults()->always_capture_default();
   app.add_option("-p,--printer", options.printer,
-                 "the printer: tcp://host[:port] (also ORVANTE_PRINTER)");
+                 "the printer: tcp://host[:port], serial:///dev/ttyUSB0?baud=N, usb:///dev/usb/lp0, "
+                 "bt://ADDRESS (also ORVANTE_PRINTER)");
   app.add_option("--timeout", options.timeoutMs, "time limit of connecting and of replies, in ms")
       ->check(CLI::PositiveNumber);
   orvante::cli::addLabelCommands(app, options);
   orvante::cli::addPrinterCommands(app, options);
+  orvante::cli::addScanCommand(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& help) {

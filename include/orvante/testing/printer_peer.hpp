@@ -1,6 +1,7 @@
 #pragma once
 // The printer's end of a link in tests and stand-ins: it records every byte
-// it receives on a connected socket, answers through a responder, and can
+// it receives on a connected socket (or another descriptor such as the
+// master side of a pseudo-terminal), answers through a responder, and can
 // misbehave on purpose (pause reading, close, reset).
 
 #include <chrono>
@@ -22,7 +23,8 @@ class PrinterPeer {
   // received so far.
   using Responder = std::function<void(PrinterPeer& peer, ByteView fresh, ByteView all)>;
 
-  // Takes ownership of the connected socket and starts reading it.
+  // Takes ownership of the connected socket, or of another readable and
+  // writable descriptor, and starts reading it.
   explicit PrinterPeer(int fd, Responder responder = nullptr);
   ~PrinterPeer();
   PrinterPeer(const PrinterPeer&) = delete;
@@ -56,6 +58,7 @@ class PrinterPeer {
   void resetNow();
 
   int fd_;
+  bool socket_;
   int wakeFd_;
   mutable std::mutex mutex_;
   mutable std::condition_variable changed_;

@@ -24,7 +24,7 @@ struct Query {
 const std::vector<Query>& queries() {
   static const std::vector<Query> all = {
       {"printer_name", [](TestSession& s) { return s.printer_name(); }, "~!T", "pause 0.3 | ",
-       "LP-2824\r"},
+       "OV-203\r"},
       {"printer_codepage", [](TestSession& s) { return s.printer_codepage(); }, "~!I",
        "pause 0.3 | ", "8859-1\r"},
       {"printer_mileage", [](TestSession& s) { return s.printer_mileage(); }, "~!@", "pause 0.2 | ",
@@ -117,7 +117,7 @@ TEST(PrinterQueries, TheAccessoryLinkWaitsForItsStreamsThenReads) {
   rig.accessories->setResponder(answering(allReplies()));
   TestSession session(rig.platform());
   openAccessory(session, rig);
-  EXPECT_EQ(session.printer_name(), bytesOf("LP-2824\r"));
+  EXPECT_EQ(session.printer_name(), bytesOf("OV-203\r"));
   EXPECT_EQ(rig.timeline->script(), "write \"~!T\" | pause 0.4 | pause 0.4");
 
   // Streams not ready and an error reported: the marker, and the error is consumed.
@@ -136,11 +136,11 @@ TEST(PrinterQueries, OnBleTheReplySettlesInTheReceiveBuffer) {
   auto central = rig.radio->central();
   printer->setResponder([](orvante::testing::FakePeripheral& self, const ble::Uuid&, ByteView data) {
     if (textOf(data) == "~!T")
-      self.notify("49535343-1E4D-4BD9-BA61-23C647249616", bytesOf("LP-2824\r"));
+      self.notify("49535343-1E4D-4BD9-BA61-23C647249616", bytesOf("OV-203\r"));
   });
   // Every pause lets the radio deliver what it has.
   rig.clock->onPause([&](double) { central->drain(); });
-  EXPECT_EQ(session.printer_name(), bytesOf("LP-2824\r"));
+  EXPECT_EQ(session.printer_name(), bytesOf("OV-203\r"));
   // One pause after the send, in which the reply arrives; the first pass
   // sees it change, then the fourth unchanged pass ends the wait.
   EXPECT_EQ(rig.timeline->script(), "pause 1 | pause 1 | pause 1 | pause 1 | pause 1");

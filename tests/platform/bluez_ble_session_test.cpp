@@ -28,7 +28,7 @@ Bytes joined(const std::vector<FakeBluez::Write>& writes) {
 
 TEST(BluezBleSession, AScanListsKnownAndNewlyHeardPrintersWithALocalName) {
   BluezRig bluez;
-  bluez.bluez.addPrinter("00:11:62:00:00:01", "LP-2824 BLE");
+  bluez.bluez.addPrinter("00:11:62:00:00:01", "OV-203 BLE");
   bluez.bluez.addPrinter("00:11:62:00:00:02", std::nullopt);
   bluez.bluez.addPrinter("00:11:62:00:00:03", "Late printer", "Orvante Labs", false);
   TestSession session(bluez.platform());
@@ -43,7 +43,7 @@ TEST(BluezBleSession, AScanListsKnownAndNewlyHeardPrintersWithALocalName) {
     names.push_back(peripheral->name().value_or("?"));
     addresses.push_back(peripheral->identifier().value_or("?"));
   }
-  EXPECT_EQ(names, (std::vector<std::string>{"LP-2824 BLE", "Late printer"}));
+  EXPECT_EQ(names, (std::vector<std::string>{"OV-203 BLE", "Late printer"}));
   EXPECT_EQ(addresses, (std::vector<std::string>{"00:11:62:00:00:01", "00:11:62:00:00:03"}));
   EXPECT_TRUE(eventually([&] { return !bluez.bluez.discovering(); }));
 
@@ -92,14 +92,14 @@ TEST(BluezBleSession, NotificationsAndQueryRepliesCollectInTheReceiveBuffer) {
   ASSERT_TRUE(eventually([&] { return bluez.bluez.notifying(path); }));
 
   session.sendcommand_utf8("~!I");
-  bluez.bluez.notify(path, bytesOf("LP-"));
-  bluez.bluez.notify(path, bytesOf("2824\r"));
-  EXPECT_TRUE(eventually([&] { return session.BLEReceivebuffer.load() == bytesOf("LP-2824\r"); }));
+  bluez.bluez.notify(path, bytesOf("OV-"));
+  bluez.bluez.notify(path, bytesOf("203\r"));
+  EXPECT_TRUE(eventually([&] { return session.BLEReceivebuffer.load() == bytesOf("OV-203\r"); }));
 
   bluez.bluez.setResponder([](FakeBluez& self, const std::string& device, ByteView data) {
-    if (textOf(data) == "~!T") self.notify(device, bytesOf("LP-2824 BLE\r"));
+    if (textOf(data) == "~!T") self.notify(device, bytesOf("OV-203 BLE\r"));
   });
-  EXPECT_EQ(session.printer_name(), bytesOf("LP-2824 BLE\r"));
+  EXPECT_EQ(session.printer_name(), bytesOf("OV-203 BLE\r"));
 }
 
 TEST(BluezBleSession, OnASerialBridgeAQueryReadsTheReceiveCharacteristic) {

@@ -118,7 +118,7 @@ TEST(BluezServices, PairedSerialPortPrintersAreTheAccessories) {
 TEST(BluezServices, AnAccessorySessionCarriesALabelAndAQueryReply) {
   BluezRig bluez(0.5);
   bluez.bluez.addSerialPrinter("00:11:62:AA:BB:01", "Printer A");
-  bluez.bluez.setSerialResponder(answering({{"~!T", "LP-2824\r"}}));
+  bluez.bluez.setSerialResponder(answering({{"~!T", "OV-203\r"}}));
   TestSession session(bluez.platform());
   EXPECT_EQ(session.openportMFI(), 1);
   EXPECT_EQ(session.accessory()->name(), "Printer A");
@@ -127,7 +127,7 @@ TEST(BluezServices, AnAccessorySessionCarriesALabelAndAQueryReply) {
   ASSERT_TRUE(eventually([&] { return session.stream_status() == 2; }));
 
   EXPECT_EQ(session.printlabel(1, 1), 1);
-  EXPECT_EQ(session.printer_name(), bytesOf("LP-2824\r"));
+  EXPECT_EQ(session.printer_name(), bytesOf("OV-203\r"));
   auto printer = bluez.bluez.serialPeer();
   ASSERT_NE(printer, nullptr);
   ASSERT_TRUE(printer->waitForBytes(14));

@@ -60,7 +60,7 @@ TEST(AccessoryPort, OpensTheFirstPrinterWithTheProtocolAndCarriesCommandsAndRepl
       "Scanner", std::vector<std::string>{"com.example.scanner"}));
   rig.accessories->connect(printerNamed("Printer A", "AA:AA"));
   rig.accessories->connect(printerNamed("Printer B", "BB:BB"));
-  rig.accessories->setResponder(answering({{"~!T", "LP-2824\r"}}));
+  rig.accessories->setResponder(answering({{"~!T", "OV-203\r"}}));
   TestSession session(rig.platform());
   EXPECT_EQ(session.BTMAC(), std::nullopt);
 
@@ -73,7 +73,7 @@ TEST(AccessoryPort, OpensTheFirstPrinterWithTheProtocolAndCarriesCommandsAndRepl
   ASSERT_TRUE(eventually([&] { return session.stream_status() == 2; }));
 
   EXPECT_EQ(session.printlabel(1, 1), 1);
-  EXPECT_EQ(session.printer_name(), bytesOf("LP-2824\r"));
+  EXPECT_EQ(session.printer_name(), bytesOf("OV-203\r"));
   auto printer = rig.accessories->lastPrinter();
   ASSERT_TRUE(printer->waitForBytes(14));
   EXPECT_EQ(textOf(printer->received()), "PRINT 1,1\r\n~!T");

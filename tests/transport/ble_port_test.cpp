@@ -24,7 +24,7 @@ std::vector<std::size_t> packetSizes(const orvante::testing::FakePeripheral& pri
 
 TEST(BlePort, AScanListsOnlyPeripheralsWithALocalName) {
   Rig rig;
-  auto named = orvante::testing::FakePeripheral::printer("LP-2824 BLE");
+  auto named = orvante::testing::FakePeripheral::printer("OV-203 BLE");
   auto unnamed = orvante::testing::FakePeripheral::printer("hidden");
   unnamed->setAdvertisedName(std::nullopt);
   auto blank = orvante::testing::FakePeripheral::printer("blank");
@@ -47,7 +47,7 @@ TEST(BlePort, AScanListsOnlyPeripheralsWithALocalName) {
   ASSERT_EQ(found.size(), 1u);
   EXPECT_EQ(found[0], named);
   EXPECT_EQ(rig.timeline->script(), "pause 2");
-  EXPECT_TRUE(log.has("localName:LP-2824 BLE"));
+  EXPECT_TRUE(log.has("localName:OV-203 BLE"));
   EXPECT_FALSE(central->scanning());
 
   // With no time to listen the list is empty.
@@ -59,7 +59,7 @@ TEST(BlePort, OpeningDiscoversTheSerialServiceAndLogsEachStep) {
   Rig rig;
   LogCapture log;
   TestSession session(rig.platform());
-  auto printer = orvante::testing::FakePeripheral::printer("LP-2824 BLE");
+  auto printer = orvante::testing::FakePeripheral::printer("OV-203 BLE");
   rig.radio->addPeripheral(printer);
   rig.timeline->clear();
   EXPECT_EQ(session.openport_ble(printer, 0.75), 1);
@@ -75,10 +75,10 @@ TEST(BlePort, OpeningDiscoversTheSerialServiceAndLogsEachStep) {
   rig.radio->central()->drain();
   const std::string id = *printer->identifier();
   for (const std::string& line :
-       {std::string("UpdateState:PoweredOn\n"), std::string("Connect to LP-2824 BLE"),
+       {std::string("UpdateState:PoweredOn\n"), std::string("Connect to OV-203 BLE"),
         std::string("connected"),
-        "Connect To Peripheral with name: LP-2824 BLE\nwith UUID:" + id + "\n",
-        std::string("didDiscoverServices:\n"), std::string("====LP-2824 BLE\n"),
+        "Connect To Peripheral with name: OV-203 BLE\nwith UUID:" + id + "\n",
+        std::string("didDiscoverServices:\n"), std::string("====OV-203 BLE\n"),
         "=========== 2 of service for UUID " + id + " ===========\n",
         std::string("Service found with UUID: 49535343-FE7D-4AE5-8FA9-9FAFD205E455\n"),
         std::string("=========== 1 Characteristics of 180A service "),
@@ -127,17 +127,17 @@ TEST(BlePort, NotificationsCollectOnlyFromTheReceiveCharacteristicSinceTheLastSe
   auto printer = openBle(session, rig);
   auto central = rig.radio->central();
   session.sendcommand_utf8("~!T");
-  printer->notify(kReceive, bytesOf("LP-"));
-  printer->notify(kReceive, bytesOf("2824\r"));
+  printer->notify(kReceive, bytesOf("OV-"));
+  printer->notify(kReceive, bytesOf("203\r"));
   central->drain();
-  EXPECT_EQ(session.BLEReceivebuffer.load(), bytesOf("LP-2824\r"));
-  EXPECT_EQ(std::atomic_ref(BleReceivedLen).load(), 5);
+  EXPECT_EQ(session.BLEReceivebuffer.load(), bytesOf("OV-203\r"));
+  EXPECT_EQ(std::atomic_ref(BleReceivedLen).load(), 4);
 
   // A value from another characteristic (the manufacturer name, read again) is ignored.
   const auto infoService = printer->services().front();
   printer->readValue(infoService->characteristics().front());
   central->drain();
-  EXPECT_EQ(session.BLEReceivebuffer.load(), bytesOf("LP-2824\r"));
+  EXPECT_EQ(session.BLEReceivebuffer.load(), bytesOf("OV-203\r"));
 
   // The next send starts a new reply.
   session.sendcommand_utf8("~!I");

@@ -14,6 +14,8 @@
 
 #include <orvante/export.hpp>
 
+ORVANTE_API_BEGIN
+
 namespace orvante {
 
 enum class FlowControl {
@@ -24,9 +26,10 @@ enum class FlowControl {
 
 // Adds the device, or changes its settings when it is already added.
 // Throws std::invalid_argument for a baud the system's ttys do not have.
-ORVANTE_EXPORT void addSerialPrinter(std::string path, int baud = 9600,
-                                     FlowControl flow = FlowControl::None);
+void addSerialPrinter(std::string path, int baud = 9600, FlowControl flow = FlowControl::None);
 // False when the device was not added.
-ORVANTE_EXPORT bool removeSerialPrinter(const std::string& path);
+bool removeSerialPrinter(const std::string& path);
 
 }  // namespace orvante
+
+ORVANTE_API_END

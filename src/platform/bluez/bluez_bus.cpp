@@ -10,4 +10,8 @@ std::unique_ptr<sdbus::IConnection> connectSystemBus() {
   }
 }
 
+void makeVariantsOutliveThisBackend() {
+  [[maybe_unused]] const sdbus::Variant made;
+}
+
 }  // namespace orvante::platform::bluez

@@ -41,4 +41,10 @@ std::optional<T> property(const Properties& properties, const std::string& name)
 // address comes from DBUS_SYSTEM_BUS_ADDRESS when set.
 std::unique_ptr<sdbus::IConnection> connectSystemBus();
 
+// sdbus-c++ makes the bus behind every variant's message on first use and
+// keeps it in a static. A backend calls this while it is made, so that
+// static outlives it: a backend held in a static stops its bus loop at
+// exit, and the loop may still be destroying variants then.
+void makeVariantsOutliveThisBackend();
+
 }  // namespace orvante::platform::bluez

@@ -781,6 +781,10 @@ void Central::onOwnerChanged(sdbus::Message& message) {
 
 }  // namespace
 
+BluezCentralFactory::BluezCentralFactory() {
+  makeVariantsOutliveThisBackend();
+}
+
 std::shared_ptr<ble::Central> BluezCentralFactory::makeCentral(ble::CentralDelegate& delegate,
                                                                const std::string& queueName) {
   auto bus = connectSystemBus();

@@ -9,6 +9,7 @@ namespace orvante::platform::bluez {
 
 class BluezCentralFactory final : public ble::CentralFactory {
  public:
+  BluezCentralFactory();
   // A central over BlueZ; with no system bus, one whose radio is unsupported.
   std::shared_ptr<ble::Central> makeCentral(ble::CentralDelegate& delegate,
                                             const std::string& queueName) override;

@@ -61,7 +61,9 @@ Outcome waitFor(const std::shared_ptr<std::promise<std::string>>& reply,
 
 }  // namespace
 
-SerialAccessories::SerialAccessories() = default;
+SerialAccessories::SerialAccessories() {
+  makeVariantsOutliveThisBackend();
+}
 
 SerialAccessories::~SerialAccessories() {
   if (loop_) loop_->stop();

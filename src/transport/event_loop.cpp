@@ -75,8 +75,6 @@ struct EventLoop::State {
   // Under the mutex. False when the loop cannot run.
   bool start() {
     if (running) return true;
-    // A loop that went idle has let go of the mutex for good.
-    if (thread.joinable()) thread.join();
     epoll = ::epoll_create1(EPOLL_CLOEXEC);
     wake = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     epoll_event wakeEvent{};
@@ -138,8 +136,11 @@ struct EventLoop::State {
       }
       lock.lock();
     }
+    // Idle: the thread ends here, on its own, and the next link starts
+    // another.
     running = false;
     closeDescriptors();
+    thread.detach();
   }
 
   void resolveNames() {
@@ -161,6 +162,7 @@ struct EventLoop::State {
       lock.lock();
     }
     resolving = false;
+    resolver.detach();
   }
 };
 
@@ -239,7 +241,6 @@ void EventLoop::resolve(std::string host, int port, std::function<void(Addresses
   std::lock_guard lock(state.mutex);
   state.resolutions.push_back({std::move(host), port, std::move(done), std::move(keepAlive)});
   if (state.resolving) return;
-  if (state.resolver.joinable()) state.resolver.join();
   try {
     state.resolver = std::thread([&state] { state.resolveNames(); });
     state.resolving = true;

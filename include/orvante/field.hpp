@@ -1,6 +1,6 @@
 #pragma once
 // A session field shared between the caller's thread and the library's
-// event threads: every read copies the value and every write replaces it
+// event and callback threads: every read copies the value and every write replaces it
 // under a private mutex that is never held across I/O.
 
 #include <mutex>

@@ -93,8 +93,8 @@ std::int64_t ORVANTESDK::openportMFI_withname(const std::string& name, double de
 }
 
 // Opens the session's streams with the session as their delegate. Their
-// events are then delivered by the stream pair's own event thread, so this
-// thread ends here instead of idling in a run loop for ever.
+// events are then delivered by the library's event loop, so this thread
+// ends here instead of idling in a run loop for ever.
 void ORVANTESDK::openportMFI_thread() {
   if (auto accessorySession = session()) {
     for (const std::shared_ptr<orvante::Stream>& stream :

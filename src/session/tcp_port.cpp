@@ -70,8 +70,8 @@ std::int64_t ORVANTESDK::openport(const std::string& host) {
   return -1;
 }
 
-// The body of openport's thread. The streams' events are serviced by the
-// pair's own event thread, so this thread ends once the streams are open.
+// The body of openport's thread. The streams' events are delivered by the
+// library's event loop, so this thread ends once the streams are open.
 void ORVANTESDK::openport_thread(const std::string& host) {
   auto pair = platform().streams->createPairWithSocketToHost(host, kDefaultPort);
   ORVANTESDKFields::readStream = pair.input;
@@ -143,8 +143,8 @@ std::int64_t SessionOps::closeLink(ORVANTESDK& s, std::optional<double> delayBef
       s.EthernetPortEnable = 0;
       s.pause(kSettlePause);
     }
-    // Stopping the caller's run loop has no counterpart here: the pair's
-    // event thread ends when its streams are closed.
+    // Stopping the caller's run loop has no counterpart here: the event loop
+    // lets go of the pair when its streams are closed.
     if (auto input = s.iStream.load()) input->close();
     if (auto output = s.oStream.load()) output->close();
     s.iStream = nullptr;

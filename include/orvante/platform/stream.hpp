@@ -1,7 +1,8 @@
 #pragma once
 // The stream pair seam: an input and an output byte stream over one link,
 // with the platform's status values and events delivered to a delegate on
-// the pair's own event thread.
+// an event thread of the platform (the library's event loop for its own
+// pairs).
 
 #include <cstddef>
 #include <cstdint>

@@ -84,6 +84,27 @@ TEST(BluezBleSession, MessagesGoOutIn20BytePacketsWithTheWriteTypeOfEachPath) {
   }
 }
 
+// 3000 bytes are 150 writes at once, more calls than the bus lets one
+// connection await while a printer acknowledges one write per connection
+// interval: the backend keeps the rest back, in order, until replies come,
+// so none is refused.
+TEST(BluezBleSession, AMessageOfManyPacketsArrivesWhole) {
+  for (const std::string maker : {"Orvante Labs", "Lantronix"}) {
+    BluezRig bluez;
+    bluez.bluez.setConnectionInterval(std::chrono::milliseconds(10));
+    const auto path = bluez.bluez.addPrinter("00:11:62:00:00:01", "BLE printer", maker);
+    TestSession session(bluez.platform());
+    LogCapture log;
+    ASSERT_TRUE(openBluezPrinter(session, bluez, "BLE printer"));
+    const Bytes sent = pattern(3000);
+    EXPECT_EQ(session.BLE_OutStream(sent), 1);
+    EXPECT_TRUE(eventually([&] { return bluez.bluez.writes(path).size() == 150; }))
+        << maker << ": " << bluez.bluez.writes(path).size();
+    EXPECT_EQ(joined(bluez.bluez.writes(path)), sent) << maker;
+    for (const auto& line : log.lines()) EXPECT_NE(line.rfind("Write Error:", 0), 0u) << line;
+  }
+}
+
 TEST(BluezBleSession, NotificationsAndQueryRepliesCollectInTheReceiveBuffer) {
   BluezRig bluez;
   const auto path = bluez.bluez.addPrinter("00:11:62:00:00:01", "BLE printer");

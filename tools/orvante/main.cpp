@@ -19,7 +19,7 @@ int main(int argc, char** argv) {
   app.option_defaults()->always_capture_default();
   app.add_option("-p,--printer", options.printer,
                  "the printer: tcp://host[:port], serial:///dev/ttyUSB0?baud=N, usb:///dev/usb/lp0, "
-                 "bt://ADDRESS (also ORVANTE_PRINTER)");
+                 "bt://ADDRESS, ble://ADDRESS (also ORVANTE_PRINTER)");
   app.add_option("--timeout", options.timeoutMs, "time limit of connecting and of replies, in ms")
       ->check(CLI::PositiveNumber);
   orvante::cli::addLabelCommands(app, options);

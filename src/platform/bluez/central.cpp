@@ -4,6 +4,7 @@
 #include <chrono>
 #include <functional>
 #include <future>
+#include <deque>
 #include <map>
 #include <mutex>
 #include <set>
@@ -178,6 +179,20 @@ class Central final : public ble::Central, public std::enable_shared_from_this<C
   std::map<std::string, std::shared_ptr<Peripheral>> peripherals_;
   // Kept, on the loop's thread: a proxy's pending calls end with it.
   std::map<std::string, std::unique_ptr<sdbus::IProxy>> proxies_;
+  // On the loop's thread: writes waiting for a place among those in flight.
+  // The bus daemon refuses a connection more than 128 calls awaiting their
+  // replies, and a write without response is a call too; so a long message
+  // of quick writes waits here, in order, instead of being refused.
+  struct Write {
+    std::string path;
+    Bytes data;
+    Properties options;
+    std::function<void(const sdbus::Error*)> done;
+  };
+  static constexpr std::size_t kWritesInFlight = 32;
+  void sendWrite(Write write);
+  std::deque<Write> waitingWrites_;
+  std::size_t writesInFlight_ = 0;
   transport::SerialQueue queue_;
 };
 
@@ -321,7 +336,7 @@ void Central::reportStateLocked() {
   // Without a powered radio no link survives.
   for (const auto& [path, peripheral] : peripherals_) {
     if (peripheral->state() != ble::PeripheralState::Disconnected) {
-      queue_.post([weak = weak_from_this(), peripheral] {
+      queue_.post([weak = weak_from_this(), peripheral = peripheral] {
         if (auto self = weak.lock()) self->disconnected(peripheral, kLostConnection);
       });
     }
@@ -609,18 +624,37 @@ void Central::writeValue(const std::shared_ptr<Peripheral>& peripheral,
                                                         failure ? &*failure : nullptr);
     });
   };
-  loop_->post([this, characteristic, done, data = std::move(data), options] {
-    try {
-      proxy(characteristic->path())
-          .callMethodAsync("WriteValue")
-          .onInterface(kGattCharacteristic)
-          .withTimeout(kCallLimit)
-          .withArguments(data, options)
-          .uponReplyInvoke(done);
-    } catch (const sdbus::Error& error) {
-      done(&error);
+  loop_->post([this, write = Write{characteristic->path(), std::move(data), options, done}]() mutable {
+    if (writesInFlight_ >= kWritesInFlight) {
+      waitingWrites_.push_back(std::move(write));
+      return;
     }
+    sendWrite(std::move(write));
   });
+}
+
+// On the loop's thread; each reply lets the next waiting write go.
+void Central::sendWrite(Write write) {
+  ++writesInFlight_;
+  auto finished = [this, done = std::move(write.done)](const sdbus::Error* error) {
+    --writesInFlight_;
+    done(error);
+    if (!waitingWrites_.empty() && writesInFlight_ < kWritesInFlight) {
+      Write next = std::move(waitingWrites_.front());
+      waitingWrites_.pop_front();
+      sendWrite(std::move(next));
+    }
+  };
+  try {
+    proxy(write.path)
+        .callMethodAsync("WriteValue")
+        .onInterface(kGattCharacteristic)
+        .withTimeout(kCallLimit)
+        .withArguments(write.data, write.options)
+        .uponReplyInvoke(finished);
+  } catch (const sdbus::Error& error) {
+    finished(&error);
+  }
 }
 
 void Central::setNotify(const std::shared_ptr<GattCharacteristic>& characteristic, bool enabled) {

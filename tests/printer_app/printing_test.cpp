@@ -55,3 +55,39 @@ TEST_F(PrinterAppTest, OffersThePdfFormatAndTheDitheringChoices) {
 
 }  // namespace
 }  // namespace orvante::testing
+
+namespace orvante::testing {
+namespace {
+
+// The pty path the virtual printer serves, from its first lines.
+std::string ptyOf(const PrinterProcess& printer) {
+  const std::string printed = printer.printed();
+  const auto at = printed.find("pty ");
+  if (at == std::string::npos) return {};
+  return printed.substr(at + 4, printed.find('\n', at) - at - 4);
+}
+
+TEST_F(PrinterAppTest, APrinterOnASerialLinePrintsThroughItsDevice) {
+  PrinterProcess serial({"--pty"});
+  const std::string pty = ptyOf(serial);
+  ASSERT_FALSE(pty.empty()) << serial.printed();
+  const auto added =
+      app.command("add -d serial -m orvante_203dpi -v serial://" + pty + "?baud=115200");
+  ASSERT_EQ(added.status, 0) << added.output << app.log();
+  const auto job = app.ipptool("serial", "print-and-wait.test",
+                               {{"filename", (app.folder() / "label.png").string()},
+                                {"filetype", "image/png"}, {"copies", "1"}});
+  EXPECT_THAT(job.output, HasSubstr("job-state (enum) = completed")) << job.output << app.log();
+  EXPECT_TRUE(eventuallyTrue([&] { return fs::exists(serial.labels() / "label-0001.png"); }))
+      << app.log();
+  // A serial device that is not there ends its job with the reason.
+  ASSERT_EQ(app.command("add -d gone -m orvante_203dpi -v serial:///dev/orvante-none").status, 0);
+  const auto lost = app.ipptool("gone", "print-and-wait.test",
+                                {{"filename", (app.folder() / "label.png").string()},
+                                 {"filetype", "image/png"}, {"copies", "1"}});
+  EXPECT_THAT(lost.output, HasSubstr("job-state (enum) = aborted")) << lost.output;
+  EXPECT_THAT(lost.output, HasSubstr("/dev/orvante-none")) << lost.output;
+}
+
+}  // namespace
+}  // namespace orvante::testing

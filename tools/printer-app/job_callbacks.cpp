@@ -9,7 +9,7 @@
 #include <stdexcept>
 
 #include "job_settings.hpp"
-#include "network_device.hpp"
+#include "printer_device.hpp"
 #include "page_raster.hpp"
 #include "printer_lock.hpp"
 

@@ -5,6 +5,8 @@
 #include <map>
 #include <mutex>
 
+#include "printer_device.hpp"
+
 namespace orvante::app {
 
 namespace {
@@ -50,12 +52,8 @@ void QuerySchedule::failed(Clock::time_point now) {
 }
 
 std::string networkAddressOf(const char* deviceUri) {
-  constexpr std::string_view scheme = "socket://";
-  if (deviceUri == nullptr || std::strncmp(deviceUri, scheme.data(), scheme.size()) != 0) return {};
-  std::string address(deviceUri + scheme.size());
-  // Options after the address ("?timeout=...") and a trailing path are not ours.
-  address = address.substr(0, address.find_first_of("/?"));
-  return address.empty() ? std::string{} : "tcp://" + address;
+  std::string address = printerAddressOf(deviceUri);
+  return address.starts_with("tcp://") ? address : std::string{};
 }
 
 bool updateStatus(pappl_printer_t* printer) {

@@ -8,7 +8,7 @@
 
 #include "driver.hpp"
 #include "job_callbacks.hpp"
-#include "network_device.hpp"
+#include "printer_device.hpp"
 #include "image_filter.hpp"
 #include "pdf_filter.hpp"
 #include "printer_settings.hpp"
@@ -72,7 +72,7 @@ pappl_system_t* createSystem(int numOptions, cups_option_t* options, void* /*con
   // Without listen-hostname it listens on every address, for printing from
   // other computers.
   papplSystemAddListeners(system, listen);
-  useNetworkDevices();
+  usePrinterDevices();
   papplSystemSetPrinterDrivers(system, driverCount(), drivers(), nullptr, nullptr, driverCallback,
                                nullptr);
   papplSystemAddMIMEFilter(system, "application/pdf", kLabelFormat, printPdf, nullptr);

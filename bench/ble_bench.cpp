@@ -34,6 +34,8 @@
 #include "bluez_virtual_printer.hpp"
 #include "testing/bluez/private_bus.hpp"
 
+#include "quiet_stdout.hpp"
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -88,25 +90,6 @@ const orvante::Image& smallLabelPicture() {
   static const orvante::Image image = picture(1, 80);
   return image;
 }
-
-// The encoder's C functions print their published trace on standard output.
-class QuietStdout {
- public:
-  QuietStdout() : saved_(::dup(STDOUT_FILENO)) {
-    std::fflush(stdout);
-    const int null = ::open("/dev/null", O_WRONLY);
-    ::dup2(null, STDOUT_FILENO);
-    ::close(null);
-  }
-  ~QuietStdout() {
-    std::fflush(stdout);
-    ::dup2(saved_, STDOUT_FILENO);
-    ::close(saved_);
-  }
-
- private:
-  int saved_;
-};
 
 // A private bus taken for the system bus, BlueZ on it with one printer,
 // and the engine behind the printer.

@@ -20,6 +20,8 @@
 
 #include <orvante/testing/loopback_printer.hpp>
 
+#include "quiet_stdout.hpp"
+
 namespace {
 
 // A grey photo-like picture: rings and a gradient.
@@ -53,26 +55,6 @@ orvante::testing::LoopbackPrinter& printer() {
       });
   return peer;
 }
-
-// The encoder's C functions print their published trace on standard
-// output; the benchmark's own report must stay readable.
-class QuietStdout {
- public:
-  QuietStdout() : saved_(::dup(STDOUT_FILENO)) {
-    std::fflush(stdout);
-    const int null = ::open("/dev/null", O_WRONLY);
-    ::dup2(null, STDOUT_FILENO);
-    ::close(null);
-  }
-  ~QuietStdout() {
-    std::fflush(stdout);
-    ::dup2(saved_, STDOUT_FILENO);
-    ::close(saved_);
-  }
-
- private:
-  int saved_;
-};
 
 void publishedDoor(benchmark::State& state) {
   orvante::setLogSink([](std::string_view) {});

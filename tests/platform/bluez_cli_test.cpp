@@ -4,38 +4,18 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <iterator>
-
 #include "bluez_rig.hpp"
+#include "tool_run.hpp"
 
 using namespace orvante;
 using namespace orvante::testing;
 
 namespace {
 
-struct ToolRun {
-  int status = -1;
-  std::string out;
-  std::string err;
-};
-
-std::string slurp(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(file), {});
-}
-
 // Runs the tool on the rig's bus with the arguments (quoted for the shell).
 ToolRun runTool(const BluezRig& bluez, const std::string& arguments) {
-  const std::string base = ::testing::TempDir() + "orvante-bluez-cli-" + std::to_string(::getpid());
-  const std::string command = "DBUS_SYSTEM_BUS_ADDRESS='" + bluez.bus.address() + "' " ORVANTE_CLI " " +
-                              arguments + " >" + base + ".out 2>" + base + ".err </dev/null";
-  ToolRun run;
-  const int raw = std::system(command.c_str());
-  run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-  run.out = slurp(base + ".out");
-  run.err = slurp(base + ".err");
-  return run;
+  return orvante::testing::runTool(arguments,
+                                   "DBUS_SYSTEM_BUS_ADDRESS='" + bluez.bus.address() + "'");
 }
 
 }  // namespace

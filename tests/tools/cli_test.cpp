@@ -15,35 +15,12 @@
 
 #include "links.hpp"
 #include "printer_process.hpp"
+#include "tool_run.hpp"
 
 using namespace orvante;
 using namespace orvante::testing;
 
 namespace {
-
-struct ToolRun {
-  int status = -1;
-  std::string out;
-  std::string err;
-};
-
-std::string slurp(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(file), {});
-}
-
-// Runs the tool with the arguments (already quoted for the shell).
-ToolRun runTool(const std::string& arguments, const std::string& environment = "") {
-  const std::string base = ::testing::TempDir() + "orvante-cli-" + std::to_string(::getpid());
-  const std::string command = environment + " " ORVANTE_CLI " " + arguments + " >" + base +
-                              ".out 2>" + base + ".err </dev/null";
-  ToolRun run;
-  const int raw = std::system(command.c_str());
-  run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-  run.out = slurp(base + ".out");
-  run.err = slurp(base + ".err");
-  return run;
-}
 
 void writeTwoPagePdf(const std::string& path) {
   cairo_surface_t* surface = cairo_pdf_surface_create(path.c_str(), 142, 71);

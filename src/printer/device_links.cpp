@@ -3,28 +3,21 @@
 #include <orvante/platform/platform.hpp>
 #include <orvante/printer.hpp>
 
-#include <algorithm>
-#include <cctype>
 #include <stdexcept>
 
 #include "../platform/linux/serial_devices.hpp"
 #include "../platform/linux/usb_printers.hpp"
+#include "../transport/bluetooth_address.hpp"
 
 namespace orvante::direct {
 namespace {
 
 const char* const kDataPath = "com.issc.datapath";
 
-bool sameAddress(std::string_view a, std::string_view b) {
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) {
-    return std::toupper(static_cast<unsigned char>(x)) == std::toupper(static_cast<unsigned char>(y));
-  });
-}
-
 StreamPair bluetoothStreams(const std::string& address, AccessoryManager& accessories) {
   for (const auto& accessory : accessories.connectedAccessories()) {
     const auto mac = accessory->valueForKey("macAddress");
-    if (!mac || !sameAddress(*mac, address)) continue;
+    if (!mac || !transport::sameBluetoothAddress(*mac, address)) continue;
     auto session = accessories.openSession(accessory, kDataPath);
     if (!session) {
       throw Error("cannot connect to " + address +
@@ -55,10 +48,6 @@ StreamPair openDeviceStreams(const DeviceAddress& address, AccessoryManager& acc
     throw Error(failure.what());
   }
 }
-
-}  // namespace orvante::direct
-
-namespace orvante::direct {
 
 StreamPair openDeviceStreams(const DeviceAddress& address) {
   return openDeviceStreams(address, *Platform::system().accessories);

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <chrono>
 #include <condition_variable>
 #include <cstring>
@@ -12,6 +11,7 @@
 #include <orvante/platform/delegate_slot.hpp>
 #include <orvante/platform/platform.hpp>
 #include "ble_printer_profile.hpp"
+#include "bluetooth_address.hpp"
 
 namespace orvante::transport {
 namespace {
@@ -26,13 +26,6 @@ constexpr auto kDisconnectWait = 2s;
 enum Side { kInput = 0, kOutput = 1 };
 
 enum class Phase { Idle, Scanning, Connecting, Discovering, Open, Failed, Closing, Closed };
-
-bool sameAddress(std::string_view a, std::string_view b) {
-  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-           return std::toupper(static_cast<unsigned char>(x)) ==
-                  std::toupper(static_cast<unsigned char>(y));
-         });
-}
 
 std::string reason(const ble::Error* error) {
   return error && !error->description.empty() ? ": " + error->description : std::string();
@@ -353,7 +346,7 @@ void BleLink::centralManager(ble::Central& central,
                              const ble::AdvertisementData&, std::int64_t) {
   noteQueueThread();
   const auto identifier = peripheral ? peripheral->identifier() : std::nullopt;
-  if (!identifier || !sameAddress(*identifier, address_)) return;
+  if (!identifier || !sameBluetoothAddress(*identifier, address_)) return;
   {
     std::lock_guard lock(mutex_);
     if (phase_ != Phase::Scanning) return;

@@ -50,7 +50,6 @@ struct EventLoop::State {
   int epoll = -1;
   int wake = -1;
   std::thread thread;
-  std::thread::id loopThread;
   bool running = false;
   std::size_t tokens = 0;
   std::uint64_t nextId = kWakeId + 1;
@@ -90,7 +89,6 @@ struct EventLoop::State {
       closeDescriptors();
       return false;
     }
-    loopThread = thread.get_id();
     running = true;
     return true;
   }
@@ -220,11 +218,6 @@ void EventLoop::post(std::function<void()> task) {
   if (!state.start()) return;
   state.tasks.push_back(std::move(task));
   state.wakeLoop();
-}
-
-bool EventLoop::inLoopThread() const {
-  std::lock_guard lock(state_->mutex);
-  return state_->running && state_->loopThread == std::this_thread::get_id();
 }
 
 void EventLoop::resolve(std::string host, int port, std::function<void(Addresses)> done) {

@@ -44,8 +44,6 @@ class EventLoop {
   // Runs the task on the loop's thread. The caller holds a keep-alive.
   void post(std::function<void()> task);
 
-  bool inLoopThread() const;
-
   // Resolves a host and port for a stream socket and hands the addresses to
   // `done` on the loop's thread. Numeric addresses are resolved at once;
   // names by one resolver thread that the loop owns and that ends when it
@@ -60,7 +58,6 @@ class EventLoop {
   EventLoop() = default;
   struct State;
   State* state_ = nullptr;
-  friend struct LoopAccess;
 };
 
 }  // namespace orvante::transport

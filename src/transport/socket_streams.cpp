@@ -265,6 +265,16 @@ class SocketCore : public std::enable_shared_from_this<SocketCore> {
     serviceSoon();
   }
 
+  // Under the descriptor lock held alone, before the descriptor changes.
+  void stopWatching() {
+    std::uint64_t watch;
+    {
+      std::lock_guard lock(mutex_);
+      watch = std::exchange(watchId_, 0);
+    }
+    if (watch) loop().unwatch(watch);
+  }
+
   // Both streams closed: unblock any reader or writer, stop watching and
   // release the descriptor and the loop.
   void shutDown() {
@@ -273,12 +283,7 @@ class SocketCore : public std::enable_shared_from_this<SocketCore> {
       if (fd_ >= 0 && kind_ == Descriptor::Socket) ::shutdown(fd_, SHUT_RDWR);
     }
     std::unique_lock fdLock(fdMutex_);
-    std::uint64_t watch;
-    {
-      std::lock_guard lock(mutex_);
-      watch = std::exchange(watchId_, 0);
-    }
-    if (watch) loop().unwatch(watch);
+    stopWatching();
     if (fd_ >= 0) {
       ::close(fd_);
       fd_ = -1;
@@ -385,10 +390,9 @@ class SocketCore : public std::enable_shared_from_this<SocketCore> {
         ::close(fd);
         continue;
       }
-      if (!takeSocket(fd)) return;
       // Connecting: the socket becomes writable when it is done.
-      if (!watchSocket(EPOLLOUT, [](SocketCore& core, std::uint32_t) { core.connectFinished(); })) {
-        return;
+      if (takeSocket(fd)) {
+        watchSocket(EPOLLOUT, [](SocketCore& core, std::uint32_t) { core.connectFinished(); });
       }
       return;
     }
@@ -413,12 +417,7 @@ class SocketCore : public std::enable_shared_from_this<SocketCore> {
       if (fd_ < 0) return;
       socklen_t size = sizeof code;
       ::getsockopt(fd_, SOL_SOCKET, SO_ERROR, &code, &size);
-      std::uint64_t watch;
-      {
-        std::lock_guard lock(mutex_);
-        watch = std::exchange(watchId_, 0);
-      }
-      if (watch) loop().unwatch(watch);
+      stopWatching();
       if (code != 0) {
         ::close(fd_);
         fd_ = -1;
@@ -469,12 +468,10 @@ class SocketCore : public std::enable_shared_from_this<SocketCore> {
       }
     }
     deliverPending();
-    if (!watchSocket(EPOLLIN | EPOLLOUT | EPOLLRDHUP | EPOLLET,
-                     [](SocketCore& core, std::uint32_t got) { core.linkEvents(got); })) {
-      service();
-      return;
+    if (watchSocket(EPOLLIN | EPOLLOUT | EPOLLRDHUP | EPOLLET,
+                    [](SocketCore& core, std::uint32_t got) { core.linkEvents(got); })) {
+      newData_ = available() > 0;
     }
-    newData_ = available() > 0;
     service();
   }
 

@@ -4,6 +4,22 @@
 // arguments take their text form (a string as it is, a number in its
 // shortest decimal form). The lines are UTF-8 text; the session sends most
 // of them in Big5-HKSCS, which is the same bytes for ASCII.
+//
+// Values from people (a name, an address, a spreadsheet cell) are safe in
+// these lines as they are placed by default, Checked:
+// - text between double quotes (a text's content, a barcode's code, Wi-Fi
+//   values, RFID data) prints as given: each double quote is sent as the
+//   language's escape \["]. Text no quoted field can carry is refused: the
+//   control characters (CR, LF, NUL, ESC, tab, 0x01 to 0x1F, 0x7F) and "~!",
+//   which the printer runs as a command wherever it stands;
+// - names (a printer font, a barcode type, a stored file) hold only letters,
+//   digits, '.', '_' and '-';
+// - values without quotes (numbers, RFID codes) hold only letters, digits,
+//   '.', '+' and '-'.
+// A refused value throws std::invalid_argument naming the argument and the
+// position of the first character that cannot go. AsGiven places every
+// value exactly as it stands, as the published session does: never for
+// text that comes from users.
 
 #include <string>
 #include <string_view>
@@ -15,23 +31,30 @@ ORVANTE_API_BEGIN
 
 namespace orvante::commands {
 
+enum class Placement { Checked, AsGiven };
+
 // --- Label layout and print --------------------------------------------------
-std::string sizeLine(const Value& widthMm, const Value& heightMm);
-std::string speedLine(const Value& speed);
-std::string densityLine(const Value& density);
+std::string sizeLine(const Value& widthMm, const Value& heightMm,
+                     Placement placement = Placement::Checked);
+std::string speedLine(const Value& speed, Placement placement = Placement::Checked);
+std::string densityLine(const Value& density, Placement placement = Placement::Checked);
 // GAP, or BLINE when sensing black marks.
-std::string mediaLine(bool blackMark, const Value& distanceMm, const Value& offsetMm);
+std::string mediaLine(bool blackMark, const Value& distanceMm, const Value& offsetMm,
+                      Placement placement = Placement::Checked);
 // Size, speed, density and media in one go, as setup sends them.
 std::string setupLines(const Value& width, const Value& height, const Value& speed,
                        const Value& density, const Value& sensor, const Value& vertical,
-                       const Value& offset);
+                       const Value& offset, Placement placement = Placement::Checked);
 inline constexpr std::string_view kClearLine = "CLS\r\n";
 std::string barcodeLine(const Value& x, const Value& y, const Value& type, const Value& height,
                         const Value& readable, const Value& rotation, const Value& narrow,
-                        const Value& wide, const Value& code);
+                        const Value& wide, const Value& code,
+                        Placement placement = Placement::Checked);
 std::string textLine(const Value& x, const Value& y, const Value& font, const Value& rotation,
-                     const Value& xMultiplier, const Value& yMultiplier, const Value& content);
-std::string printLine(const Value& sets, const Value& copies);
+                     const Value& xMultiplier, const Value& yMultiplier, const Value& content,
+                     Placement placement = Placement::Checked);
+std::string printLine(const Value& sets, const Value& copies,
+                      Placement placement = Placement::Checked);
 inline constexpr std::string_view kFormFeedLine = "FORMFEED\r\n";
 inline constexpr std::string_view kTearOffLine = "SET TEAR OFF\r\n";
 inline constexpr std::string_view kTearOnLine = "SET TEAR ON\r\n";
@@ -47,11 +70,13 @@ inline constexpr std::string_view kStatusQuery = "\x1B!?";
 // --- Device configuration ------------------------------------------------------
 inline constexpr std::string_view kWifiDefaultLine = "WLAN DEFAULT\r\n";
 inline constexpr std::string_view kWifiDhcpLine = "WLAN DHCP\r\n";
-std::string wifiSsidLine(const Value& ssid);
-std::string wifiWpaLine(const Value& passphrase);
-std::string wifiWepLine(const Value& keyIndex, const Value& key);
-std::string wifiPortLine(const Value& port);
-std::string wifiStaticIpLine(const Value& address, const Value& mask, const Value& gateway);
+std::string wifiSsidLine(const Value& ssid, Placement placement = Placement::Checked);
+std::string wifiWpaLine(const Value& passphrase, Placement placement = Placement::Checked);
+std::string wifiWepLine(const Value& keyIndex, const Value& key,
+                        Placement placement = Placement::Checked);
+std::string wifiPortLine(const Value& port, Placement placement = Placement::Checked);
+std::string wifiStaticIpLine(const Value& address, const Value& mask, const Value& gateway,
+                             Placement placement = Placement::Checked);
 // The interface the battery reports answer on: NET or COM.
 std::string interfaceLine(std::string_view interface);
 // The battery report lines by selector 0 to 8 (serial number, voltage,
@@ -59,14 +84,17 @@ std::string interfaceLine(std::string_view interface);
 // replacement count, life, state of health); empty for other selectors.
 std::string_view batteryReportLine(long long selector);
 std::string rfidReadLine(const Value& tagType, const Value& format, const Value& startBlock,
-                         const Value& size, const Value& memoryBank);
+                         const Value& size, const Value& memoryBank,
+                         Placement placement = Placement::Checked);
 std::string rfidWriteLine(const Value& tagType, const Value& format, const Value& startBlock,
-                          const Value& size, const Value& memoryBank, const Value& data);
+                          const Value& size, const Value& memoryBank, const Value& data,
+                          Placement placement = Placement::Checked);
 inline constexpr std::string_view kRfidDetectLine = "RFIDDETECT\r\n";
 
 // --- Downloads -------------------------------------------------------------------
 // The header before a file's bytes; the bytes are followed by CR LF.
-std::string downloadHeader(std::string_view name, std::size_t size);
+std::string downloadHeader(std::string_view name, std::size_t size,
+                           Placement placement = Placement::Checked);
 
 }  // namespace orvante::commands
 

@@ -5,6 +5,13 @@
 // the same operations. Bad arguments are refused when added, with
 // std::invalid_argument saying what and why.
 //
+// Text from users is safe here: a text's content and a barcode's code print
+// exactly as given (quotes included) or are refused when they hold what no
+// command line can carry (line ends, other control characters, "~!"); font,
+// barcode type and file names hold only letters, digits, '.', '_' and '-'
+// (the rules in full: <orvante/commands.hpp>). Only raw() sends its line
+// as it stands: never put a user's text there.
+//
 //   orvante::Label label;
 //   label.size(50, 30).gap(2).clear()
 //        .text(24, 24, "3", "ORVANTE")
@@ -95,7 +102,8 @@ class Label {
   Label& print(int sets = 1, int copies = 1);
   Label& formFeed();
   Label& tearOff(bool on = true);
-  // A command line of the caller's; CR LF is added when it lacks a line end.
+  // A command line of the caller's, sent as it stands; CR LF is added when
+  // it lacks a line end.
   Label& raw(std::string_view line);
   // Stores a file (a font, an image, a program) in the printer under a name.
   Label& download(std::string_view name, ByteView data);

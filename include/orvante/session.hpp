@@ -1,6 +1,9 @@
 #pragma once
 // ORVANTESDK: the printer session. One object per printer connection; every
-// public operation runs and blocks on the caller's thread.
+// public operation runs and blocks on the caller's thread. It sends every
+// argument as it stands, quotes and line ends included: text from users goes
+// through orvante::Label (<orvante/label.hpp>), which prints it as given or
+// refuses it.
 
 #include <atomic>
 #include <cstdint>
@@ -196,6 +199,8 @@ class ORVANTESDK : protected ORVANTESDKFields {
   orvante::Bytes fnBitsFromImage(const orvante::Image& image);
   orvante::Image CovertToBlackAndWhiteScale(const orvante::Image& image,
                                             const orvante::Value& density);
+  // The empty image for a size that is not positive, not a number, or past
+  // kMaxRenderedPixels / kMaxRenderedSide (see image.hpp).
   orvante::Image scaleToSize(const orvante::Image& image, orvante::Size size);
   void SendPic(const orvante::Image& image, std::int32_t x, std::int32_t y);
   void SendPic_NotPrint(const orvante::Image& image, std::int32_t x, std::int32_t y,

@@ -4,64 +4,98 @@
 
 namespace orvante::commands {
 
-std::string sizeLine(const Value& widthMm, const Value& heightMm) {
-  return fill("SIZE %@ mm, %@ mm\r\n", {widthMm, heightMm});
+namespace {
+constexpr auto Text = FieldKind::Text;
+constexpr auto Name = FieldKind::Name;
+}  // namespace
+
+std::string sizeLine(const Value& widthMm, const Value& heightMm, Placement placement) {
+  return fill("SIZE %@ mm, %@ mm\r\n", {{"the width", widthMm}, {"the height", heightMm}},
+              placement);
 }
 
-std::string speedLine(const Value& speed) {
-  return fill("SPEED %@\r\n", {speed});
+std::string speedLine(const Value& speed, Placement placement) {
+  return fill("SPEED %@\r\n", {{"the speed", speed}}, placement);
 }
 
-std::string densityLine(const Value& density) {
-  return fill("DENSITY %@\r\n", {density});
+std::string densityLine(const Value& density, Placement placement) {
+  return fill("DENSITY %@\r\n", {{"the density", density}}, placement);
 }
 
-std::string mediaLine(bool blackMark, const Value& distanceMm, const Value& offsetMm) {
-  return fill("%@ %@ mm,%@ mm\r\n", {blackMark ? "BLINE" : "GAP", distanceMm, offsetMm});
+std::string mediaLine(bool blackMark, const Value& distanceMm, const Value& offsetMm,
+                      Placement placement) {
+  return fill("%@ %@ mm,%@ mm\r\n",
+              {{"the sensing", blackMark ? "BLINE" : "GAP"},
+               {"the distance", distanceMm},
+               {"the offset", offsetMm}},
+              placement);
 }
 
 std::string setupLines(const Value& width, const Value& height, const Value& speed,
                        const Value& density, const Value& sensor, const Value& vertical,
-                       const Value& offset) {
-  return sizeLine(width, height) + speedLine(speed) + densityLine(density) +
-         mediaLine(sensor.boolValue(), vertical, offset);
+                       const Value& offset, Placement placement) {
+  return sizeLine(width, height, placement) + speedLine(speed, placement) +
+         densityLine(density, placement) +
+         mediaLine(sensor.boolValue(), vertical, offset, placement);
 }
 
 std::string barcodeLine(const Value& x, const Value& y, const Value& type, const Value& height,
                         const Value& readable, const Value& rotation, const Value& narrow,
-                        const Value& wide, const Value& code) {
+                        const Value& wide, const Value& code, Placement placement) {
   return fill("BARCODE %@, %@, \"%@\", %@, %@, %@, %@, %@, \"%@\"\r\n",
-              {x, y, type, height, readable, rotation, narrow, wide, code});
+              {{"x", x},
+               {"y", y},
+               {"the barcode type", type, Name},
+               {"the height", height},
+               {"readable", readable},
+               {"the rotation", rotation},
+               {"the narrow bar width", narrow},
+               {"the wide bar width", wide},
+               {"the code", code, Text}},
+              placement);
 }
 
 std::string textLine(const Value& x, const Value& y, const Value& font, const Value& rotation,
-                     const Value& xMultiplier, const Value& yMultiplier, const Value& content) {
+                     const Value& xMultiplier, const Value& yMultiplier, const Value& content,
+                     Placement placement) {
   return fill("TEXT %@, %@, \"%@\", %@, %@, %@, \"%@\"\r\n",
-              {x, y, font, rotation, xMultiplier, yMultiplier, content});
+              {{"x", x},
+               {"y", y},
+               {"the font", font, Name},
+               {"the rotation", rotation},
+               {"the x multiplier", xMultiplier},
+               {"the y multiplier", yMultiplier},
+               {"the content", content, Text}},
+              placement);
 }
 
-std::string printLine(const Value& sets, const Value& copies) {
-  return fill("PRINT %@,%@\r\n", {sets, copies});
+std::string printLine(const Value& sets, const Value& copies, Placement placement) {
+  return fill("PRINT %@,%@\r\n", {{"the sets", sets}, {"the copies", copies}}, placement);
 }
 
-std::string wifiSsidLine(const Value& ssid) {
-  return fill("WLAN SSID \"%@\"\r\n", {ssid});
+std::string wifiSsidLine(const Value& ssid, Placement placement) {
+  return fill("WLAN SSID \"%@\"\r\n", {{"the network name", ssid, Text}}, placement);
 }
 
-std::string wifiWpaLine(const Value& passphrase) {
-  return fill("WLAN WPA \"%@\"\r\n", {passphrase});
+std::string wifiWpaLine(const Value& passphrase, Placement placement) {
+  return fill("WLAN WPA \"%@\"\r\n", {{"the passphrase", passphrase, Text}}, placement);
 }
 
-std::string wifiWepLine(const Value& keyIndex, const Value& key) {
-  return fill("WLAN WEP %@,\"%@\"\r\n", {keyIndex, key});
+std::string wifiWepLine(const Value& keyIndex, const Value& key, Placement placement) {
+  return fill("WLAN WEP %@,\"%@\"\r\n", {{"the key index", keyIndex}, {"the key", key, Text}},
+              placement);
 }
 
-std::string wifiPortLine(const Value& port) {
-  return fill("WLAN PORT %@\r\n", {port});
+std::string wifiPortLine(const Value& port, Placement placement) {
+  return fill("WLAN PORT %@\r\n", {{"the port", port}}, placement);
 }
 
-std::string wifiStaticIpLine(const Value& address, const Value& mask, const Value& gateway) {
-  return fill("WLAN IP \"%@\", \"%@\", \"%@\"\r\n", {address, mask, gateway});
+std::string wifiStaticIpLine(const Value& address, const Value& mask, const Value& gateway,
+                             Placement placement) {
+  return fill(
+      "WLAN IP \"%@\", \"%@\", \"%@\"\r\n",
+      {{"the address", address, Text}, {"the mask", mask, Text}, {"the gateway", gateway, Text}},
+      placement);
 }
 
 std::string interfaceLine(std::string_view interface) {
@@ -81,19 +115,32 @@ std::string_view batteryReportLine(long long selector) {
 }
 
 std::string rfidReadLine(const Value& tagType, const Value& format, const Value& startBlock,
-                         const Value& size, const Value& memoryBank) {
+                         const Value& size, const Value& memoryBank, Placement placement) {
   return fill("RFID READ, %@, %@, %@, %@, %@, \"\"\r\n",
-              {tagType, format, startBlock, size, memoryBank});
+              {{"the tag type", tagType},
+               {"the format", format},
+               {"the start block", startBlock},
+               {"the size", size},
+               {"the memory bank", memoryBank}},
+              placement);
 }
 
 std::string rfidWriteLine(const Value& tagType, const Value& format, const Value& startBlock,
-                          const Value& size, const Value& memoryBank, const Value& data) {
+                          const Value& size, const Value& memoryBank, const Value& data,
+                          Placement placement) {
   return fill("RFID WRITE, %@, %@, %@, %@, %@, \"%@\"\r\n",
-              {tagType, format, startBlock, size, memoryBank, data});
+              {{"the tag type", tagType},
+               {"the format", format},
+               {"the start block", startBlock},
+               {"the size", size},
+               {"the memory bank", memoryBank},
+               {"the data", data, Text}},
+              placement);
 }
 
-std::string downloadHeader(std::string_view name, std::size_t size) {
-  return "DOWNLOAD F,\"" + std::string(name) + "\"," + std::to_string(size) + ",";
+std::string downloadHeader(std::string_view name, std::size_t size, Placement placement) {
+  return fill("DOWNLOAD F,\"%@\",%@,", {{"the file name", name, Name}, {"the size", size}},
+              placement);
 }
 
 }  // namespace orvante::commands

@@ -1,8 +1,8 @@
 // orvante::Label: the second door's label, built from the same command
 // lines, encodings, packers and encoder as the session's operations.
 
-#include <orvante/label.hpp>
 #include <orvante/exception.hpp>
+#include <orvante/label.hpp>
 #include <orvante/lzss.hpp>
 
 #include <array>
@@ -11,6 +11,7 @@
 #include <string>
 
 #include <orvante/commands.hpp>
+#include "../commands/fields.hpp"
 #include "../commands/text_encoding.hpp"
 #include "../raster/dither.hpp"
 #include "../raster/face_choice.hpp"
@@ -28,8 +29,8 @@ namespace commands = orvante::commands;
 
 // The barcode types of the label command language.
 constexpr std::array<std::string_view, 24> kBarcodeTypes{
-    "128",   "128M", "EAN128", "25",    "25C",   "39",      "39C",  "93",
-    "EAN13", "EAN8", "UPCA",   "UPCE",  "CODA",  "CODABAR", "ITF14", "EAN14",
+    "128",   "128M", "EAN128",  "25",   "25C",   "39",      "39C",     "93",
+    "EAN13", "EAN8", "UPCA",    "UPCE", "CODA",  "CODABAR", "ITF14",   "EAN14",
     "MSI",   "MSIC", "PLESSEY", "POST", "CPOST", "11",      "LOGMARS", "CODE128"};
 
 TextEncoding textEncodingOf(Encoding encoding) {
@@ -73,8 +74,7 @@ void requireRotation(int rotation) {
 
 using LabelSize = std::optional<std::pair<int, int>>;
 
-void checkFits(const LabelSize& label, int x, int y, int width, int height,
-               std::string_view what) {
+void checkFits(const LabelSize& label, int x, int y, int width, int height, std::string_view what) {
   if (!label) return;
   const auto [labelWidth, labelHeight] = *label;
   require(x + width <= labelWidth && y + height <= labelHeight,
@@ -159,11 +159,13 @@ Label& Label::text(int x, int y, std::string_view font, std::string_view content
             "a text multiplier must be 1 to 10, not " + std::to_string(multiplier));
   }
   const Bytes encoded = encode(content, textEncodingOf(options.encoding));
-  require(content.empty() || !encoded.empty(),
-          "the text cannot be written in the chosen encoding");
-  append(commands::textLine(x, y, std::string(font), options.rotation, options.xMultiplier,
-                            options.yMultiplier, std::string(content)),
-         options.encoding);
+  require(content.empty() || !encoded.empty(), "the text cannot be written in the chosen encoding");
+  const std::string line =
+      commands::textLine(x, y, std::string(font), options.rotation, options.xMultiplier,
+                         options.yMultiplier, std::string(content));
+  // A character's bytes in Big5 or GB 18030 may end in '~'.
+  if (options.encoding != Encoding::Utf8) fields::requireQuotable("the content", encoded);
+  append(line, options.encoding);
   return *this;
 }
 
@@ -178,9 +180,12 @@ Label& Label::barcode(int x, int y, std::string_view type, std::string_view code
   requireRotation(options.rotation);
   require(options.narrow > 0 && options.wide > 0, "bar widths must be above 0 dots");
   checkFits(sizeInDots_, x, y, 0, height, "a barcode");
-  append(commands::barcodeLine(x, y, std::string(type), height, options.readable ? 1 : 0,
-                               options.rotation, options.narrow, options.wide,
-                               std::string(code)));
+  const std::string line =
+      commands::barcodeLine(x, y, std::string(type), height, options.readable ? 1 : 0,
+                            options.rotation, options.narrow, options.wide, std::string(code));
+  // The line goes in Big5-HKSCS, where a character's bytes may end in '~'.
+  fields::requireQuotable("the code", encode(code, TextEncoding::Big5Hkscs));
+  append(line);
   return *this;
 }
 
@@ -267,8 +272,6 @@ Label& Label::raw(std::string_view line) {
 }
 
 Label& Label::download(std::string_view name, ByteView data) {
-  require(!name.empty() && name.find('"') == std::string_view::npos,
-          "a stored file needs a name without quotes");
   append(commands::downloadHeader(name, data.size()));
   append(data);
   append(std::string_view("\r\n"));

@@ -11,6 +11,8 @@
 
 namespace commands = orvante::commands;
 using V = orvante::Value;
+// The session places its arguments as they stand.
+constexpr auto kAsGiven = commands::Placement::AsGiven;
 
 namespace {
 
@@ -42,17 +44,17 @@ std::string ORVANTESDK::WiFi_Default() {
 }
 
 std::string ORVANTESDK::WiFi_SSID(const std::string& ssid) {
-  sendcommand(commands::wifiSsidLine(ssid));
+  sendcommand(commands::wifiSsidLine(ssid, kAsGiven));
   return kDone;
 }
 
 std::string ORVANTESDK::WiFi_WPA(const std::string& passphrase) {
-  sendcommand(commands::wifiWpaLine(passphrase));
+  sendcommand(commands::wifiWpaLine(passphrase, kAsGiven));
   return kDone;
 }
 
 std::string ORVANTESDK::WiFi_WEP(std::int64_t keyIndex, const std::string& key) {
-  sendcommand(commands::wifiWepLine(static_cast<std::int32_t>(keyIndex), key));
+  sendcommand(commands::wifiWepLine(static_cast<std::int32_t>(keyIndex), key, kAsGiven));
   return kDone;
 }
 
@@ -62,13 +64,13 @@ std::string ORVANTESDK::WiFi_DHCP() {
 }
 
 std::string ORVANTESDK::WiFi_Port(std::int64_t port) {
-  sendcommand(commands::wifiPortLine(static_cast<std::int32_t>(port)));
+  sendcommand(commands::wifiPortLine(static_cast<std::int32_t>(port), kAsGiven));
   return kDone;
 }
 
 std::string ORVANTESDK::WiFi_StaticIP(const std::string& address, const std::string& mask,
                                       const std::string& gateway) {
-  sendcommand(commands::wifiStaticIpLine(address, mask, gateway));
+  sendcommand(commands::wifiStaticIpLine(address, mask, gateway, kAsGiven));
   return kDone;
 }
 
@@ -88,13 +90,14 @@ std::string ORVANTESDK::smartbattery_status(std::int64_t selector) {
 
 std::int64_t ORVANTESDK::rfidRead(const V& tagType, const V& format, const V& startBlock,
                                   const V& readDataSize, const V& memoryBank) {
-  return sendcommand(commands::rfidReadLine(tagType, format, startBlock, readDataSize, memoryBank));
+  return sendcommand(
+      commands::rfidReadLine(tagType, format, startBlock, readDataSize, memoryBank, kAsGiven));
 }
 
 std::int64_t ORVANTESDK::rfidWrite(const V& tagType, const V& format, const V& startBlock,
                                    const V& readDataSize, const V& memoryBank, const V& data) {
-  return sendcommand(
-      commands::rfidWriteLine(tagType, format, startBlock, readDataSize, memoryBank, data));
+  return sendcommand(commands::rfidWriteLine(tagType, format, startBlock, readDataSize, memoryBank,
+                                             data, kAsGiven));
 }
 
 std::int64_t ORVANTESDK::rfidDetect() {

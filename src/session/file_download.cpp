@@ -33,7 +33,7 @@ std::optional<Bytes> readFile(const std::string& path) {
 }
 
 Bytes header(const std::string& name, std::size_t size) {
-  return orvante::encode(orvante::commands::downloadHeader(name, size), TextEncoding::Big5Hkscs);
+  return orvante::encode(orvante::commands::downloadHeader(name, size, orvante::commands::Placement::AsGiven), TextEncoding::Big5Hkscs);
 }
 
 const Bytes kLineEnd = orvante::bytesOf("\r\n");

@@ -38,6 +38,8 @@ using orvante::commands::barcodeLine;
 using orvante::commands::printLine;
 using orvante::commands::setupLines;
 using orvante::commands::textLine;
+// The session places its arguments as they stand.
+constexpr auto kAsGiven = orvante::commands::Placement::AsGiven;
 
 }  // namespace
 
@@ -78,16 +80,17 @@ std::int64_t SessionOps::sendLayout(ORVANTESDK& s, const std::string& text,
 
 std::int64_t ORVANTESDK::setup(const V& width, const V& height, const V& speed, const V& density,
                                const V& sensor, const V& vertical, const V& offset) {
-  return SessionOps::sendLayout(*this,
-                                setupLines(width, height, speed, density, sensor, vertical, offset),
-                                kSetup, std::nullopt);
+  return SessionOps::sendLayout(
+      *this, setupLines(width, height, speed, density, sensor, vertical, offset, kAsGiven), kSetup,
+      std::nullopt);
 }
 
 std::int64_t ORVANTESDK::setupForWidth(const V& width, const V& height, const V& speed,
                                        const V& density, const V& sensor, const V& vertical,
                                        const V& offset, double delay) {
   return SessionOps::sendLayout(
-      *this, setupLines(width, height, speed, density, sensor, vertical, offset), kSetup, delay);
+      *this, setupLines(width, height, speed, density, sensor, vertical, offset, kAsGiven), kSetup,
+      delay);
 }
 
 std::int64_t ORVANTESDK::clearbuffer() {
@@ -103,7 +106,8 @@ std::int64_t ORVANTESDK::barcode(const V& x, const V& y, const V& barcodeType, c
                                  const V& readable, const V& rotation, const V& narrow,
                                  const V& wide, const V& code) {
   return SessionOps::sendLayout(
-      *this, barcodeLine(x, y, barcodeType, height, readable, rotation, narrow, wide, code),
+      *this,
+      barcodeLine(x, y, barcodeType, height, readable, rotation, narrow, wide, code, kAsGiven),
       kBarcode, std::nullopt);
 }
 
@@ -111,7 +115,8 @@ std::int64_t ORVANTESDK::barcodeFromX(const V& x, const V& y, const V& barcodeTy
                                       const V& readable, const V& rotation, const V& narrow,
                                       const V& wide, const V& code, double delay) {
   return SessionOps::sendLayout(
-      *this, barcodeLine(x, y, barcodeType, height, readable, rotation, narrow, wide, code),
+      *this,
+      barcodeLine(x, y, barcodeType, height, readable, rotation, narrow, wide, code, kAsGiven),
       kBarcode, delay);
 }
 
@@ -119,7 +124,8 @@ std::int64_t ORVANTESDK::printerfont(const V& x, const V& y, const V& fontName, 
                                      const V& magnificationRateX, const V& magnificationRateY,
                                      const V& content) {
   return SessionOps::sendLayout(
-      *this, textLine(x, y, fontName, rotation, magnificationRateX, magnificationRateY, content),
+      *this,
+      textLine(x, y, fontName, rotation, magnificationRateX, magnificationRateY, content, kAsGiven),
       kTextUtf8, std::nullopt);
 }
 
@@ -128,7 +134,8 @@ std::int64_t ORVANTESDK::printerfontFromX(const V& x, const V& y, const V& fontN
                                           const V& magnificationRateY, const V& content,
                                           double delay) {
   return SessionOps::sendLayout(
-      *this, textLine(x, y, fontName, rotation, magnificationRateX, magnificationRateY, content),
+      *this,
+      textLine(x, y, fontName, rotation, magnificationRateX, magnificationRateY, content, kAsGiven),
       kTextUtf8, delay);
 }
 
@@ -136,7 +143,8 @@ std::int64_t ORVANTESDK::printerfont_GB2321(const V& x, const V& y, const V& fon
                                             const V& rotation, const V& magnificationRateX,
                                             const V& magnificationRateY, const V& content) {
   return SessionOps::sendLayout(
-      *this, textLine(x, y, fontName, rotation, magnificationRateX, magnificationRateY, content),
+      *this,
+      textLine(x, y, fontName, rotation, magnificationRateX, magnificationRateY, content, kAsGiven),
       kTextGb18030, std::nullopt);
 }
 
@@ -145,7 +153,8 @@ std::int64_t ORVANTESDK::printerfont_GB2321(const V& x, const V& y, const V& fon
                                             const V& magnificationRateY, const V& content,
                                             double delay) {
   return SessionOps::sendLayout(
-      *this, textLine(x, y, fontName, rotation, magnificationRateX, magnificationRateY, content),
+      *this,
+      textLine(x, y, fontName, rotation, magnificationRateX, magnificationRateY, content, kAsGiven),
       kTextGb18030, delay);
 }
 
@@ -153,7 +162,8 @@ std::int64_t ORVANTESDK::printerfont_BIG5(const V& x, const V& y, const V& fontN
                                           const V& rotation, const V& magnificationRateX,
                                           const V& magnificationRateY, const V& content) {
   return SessionOps::sendLayout(
-      *this, textLine(x, y, fontName, rotation, magnificationRateX, magnificationRateY, content),
+      *this,
+      textLine(x, y, fontName, rotation, magnificationRateX, magnificationRateY, content, kAsGiven),
       kTextBig5, std::nullopt);
 }
 
@@ -162,7 +172,8 @@ std::int64_t ORVANTESDK::printerfont_BIG5(const V& x, const V& y, const V& fontN
                                           const V& magnificationRateY, const V& content,
                                           double delay) {
   return SessionOps::sendLayout(
-      *this, textLine(x, y, fontName, rotation, magnificationRateX, magnificationRateY, content),
+      *this,
+      textLine(x, y, fontName, rotation, magnificationRateX, magnificationRateY, content, kAsGiven),
       kTextBig5, delay);
 }
 
@@ -181,11 +192,11 @@ std::int64_t ORVANTESDK::printerfont_UTF8(const V& x, const V& y, const V& fontN
 }
 
 std::int64_t ORVANTESDK::printlabel(const V& sets, const V& copies) {
-  return SessionOps::sendLayout(*this, printLine(sets, copies), kPrint, std::nullopt);
+  return SessionOps::sendLayout(*this, printLine(sets, copies, kAsGiven), kPrint, std::nullopt);
 }
 
 std::int64_t ORVANTESDK::printLabelWithNumberOfSets(const V& sets, const V& copies, double delay) {
-  return SessionOps::sendLayout(*this, printLine(sets, copies), kPrint, delay);
+  return SessionOps::sendLayout(*this, printLine(sets, copies, kAsGiven), kPrint, delay);
 }
 
 std::int64_t ORVANTESDK::formfeed() {

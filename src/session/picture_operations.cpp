@@ -77,6 +77,12 @@ Image ORVANTESDK::CovertToBlackAndWhiteScale(const Image& image, const orvante::
 Image ORVANTESDK::scaleToSize(const Image& image, orvante::Size size) {
   const int width = orvante::raster::pixelsOf(std::ceil(size.width));
   const int height = orvante::raster::pixelsOf(std::ceil(size.height));
+  // Past the pixel budget the drawing context, like one of a size that is
+  // not a number, yields no image.
+  if (width > orvante::kMaxRenderedSide || height > orvante::kMaxRenderedSide ||
+      static_cast<long long>(width) * height > orvante::kMaxRenderedPixels) {
+    return {};
+  }
   return orvante::raster::drawImage(width, height, [&](cairo_t* context) {
     orvante::raster::drawStretched(context, image, size.width, size.height);
   });

@@ -7,7 +7,6 @@
 
 #include "links.hpp"
 #include "raster/raster_formats.hpp"
-#include "log_capture.hpp"
 
 using namespace orvante;
 using namespace orvante::testing;
@@ -134,13 +133,6 @@ TEST_F(RasterTest, AnImageFileIsScaledToTheAskedSize) {
   EXPECT_EQ(scaled.pixelHeight(), 4);
   const auto packet = send([&](auto& s) { s.sendImagebyFile(source, 0, 0, 16, 4, 128); });
   EXPECT_EQ(packet.raster, (Bytes{0xFF, 0x00, 0xFF, 0x00, 0xFF, 0x00, 0xFF, 0x00}));
-}
-
-TEST_F(RasterTest, FailuresInsideAnImageOperationAreLoggedAndReported) {
-  LogCapture log;
-  EXPECT_EQ(session.sendImagebyFile(filled(2, 2, 0, 0, 0), 0, 0, 1 << 30, 1 << 30, 128), -1);
-  EXPECT_TRUE(log.has("Name: std::bad_alloc")) << log.dump();
-  EXPECT_EQ(log.lines().size(), 2u);
 }
 
 TEST(Raster, TheAlphaRasterMarksWhatWasDrawn) {

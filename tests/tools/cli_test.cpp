@@ -129,9 +129,13 @@ TEST(Cli, DownloadsAndRawCommandsArriveAsSent) {
   EXPECT_EQ(runTool(at(printer) + " send 'SET TEAR ON'").status, 0);
   ASSERT_TRUE(printer.connection(1)->waitForHangUp());
   EXPECT_EQ(textOf(printer.connection(1)->received()), "SET TEAR ON\r\n");
-  EXPECT_EQ(runTool(at(printer) + " wifi --ssid Depot --wpa 's3cret pass' --dhcp").status, 0);
+  // A file where the command line goes is sent, not its name.
+  EXPECT_EQ(runTool(at(printer) + " send " + file).status, 0);
   ASSERT_TRUE(printer.connection(2)->waitForHangUp());
-  EXPECT_EQ(textOf(printer.connection(2)->received()),
+  EXPECT_EQ(printer.connection(2)->received(), font);
+  EXPECT_EQ(runTool(at(printer) + " wifi --ssid Depot --wpa 's3cret pass' --dhcp").status, 0);
+  ASSERT_TRUE(printer.connection(3)->waitForHangUp());
+  EXPECT_EQ(textOf(printer.connection(3)->received()),
             "WLAN SSID \"Depot\"\r\nWLAN WPA \"s3cret pass\"\r\nWLAN DHCP\r\n");
 }
 
@@ -157,4 +161,21 @@ TEST(Cli, EveryKindOfLabelComesOutOfTheVirtualPrinter) {
   EXPECT_TRUE(eventuallyTrue([&] { return fs::exists(vprinter.labels() / "label-0004.png"); }))
       << vprinter.printed();
   EXPECT_EQ(vprinter.journal().find("\"warning\""), std::string::npos) << vprinter.journal();
+}
+
+TEST(Cli, UsersTextPrintsAsGivenOrIsRefusedWithTheReason) {
+  const ToolRun quoted = runTool("label -t '10,10,3,say \"hi\"' -o -");
+  EXPECT_EQ(quoted.status, 0) << quoted.err;
+  EXPECT_NE(quoted.out.find("TEXT 10, 10, \"3\", 0, 1, 1, \"say \\[\"]hi\\[\"]\"\r\n"),
+            std::string::npos)
+      << quoted.out;
+  const ToolRun command = runTool("label -t \"$(printf '10,10,3,A\"\\r\\nKILL \"*\"')\" -o -");
+  EXPECT_EQ(command.status, 1);
+  EXPECT_EQ(command.out, "");
+  EXPECT_EQ(command.err,
+            "orvante: the content holds a carriage return at position 3: a command line cannot "
+            "carry it\n");
+  const ToolRun type = runTool("label -b '10,10,128\",50,X' -o -");
+  EXPECT_EQ(type.status, 1);
+  EXPECT_NE(type.err.find("barcode type"), std::string::npos) << type.err;
 }

@@ -1,6 +1,7 @@
 // orvante send, query, download, wifi and battery: the printer's own
 // commands from the shell.
 
+#include <filesystem>
 #include <fstream>
 #include <iomanip>
 #include <iostream>
@@ -28,28 +29,35 @@ std::chrono::milliseconds timeoutOf(const Options& options) {
 }
 
 // The battery reports by the names the tool gives them, in selector order.
-const char* const kReports[] = {"serial", "voltage",      "capacity", "temperature", "cycles",
-                                "manufactured", "replacements", "life", "health"};
+const char* const kReports[] = {"serial",       "voltage",      "capacity", "temperature", "cycles",
+                                "manufactured", "replacements", "life",     "health"};
 
 void addSend(CLI::App& app, const Options& options) {
   auto* send = app.add_subcommand("send", "send printer commands: a line, or a file as it is");
   auto line = std::make_shared<std::string>();
   auto file = std::make_shared<std::string>();
-  send->add_option("command", *line, "a command line (CR LF is added)");
+  send->add_option("command", *line,
+                   "a command line (CR LF is added), or a file of commands sent byte for byte");
   send->add_option("-f,--file", *file, "a file of commands or data, sent byte for byte");
   send->callback([=, &options] {
     if (line->empty() == file->empty()) {
       throw CLI::ValidationError("send", "give either a command line or --file");
     }
+    // A file named where a line belongs is sent, not its name.
+    std::error_code noFile;
+    if (std::filesystem::is_regular_file(*line, noFile)) std::swap(*line, *file);
     auto printer = openPrinter(options);
     showProgress(printer);
-    if (!file->empty()) printer.send(readFile(*file));
-    else printer.print(Label().raw(*line));
+    if (!file->empty())
+      printer.send(readFile(*file));
+    else
+      printer.print(Label().raw(*line));
   });
 }
 
 void addQuery(CLI::App& app, const Options& options) {
-  auto* query = app.add_subcommand("query", "ask the printer: name, codepage, mileage, memory, files or status");
+  auto* query = app.add_subcommand(
+      "query", "ask the printer: name, codepage, mileage, memory, files or status");
   auto what = std::make_shared<std::string>();
   query->add_option("what", *what, "name, codepage, mileage, memory, files or status")
       ->required()
@@ -73,7 +81,8 @@ void addQuery(CLI::App& app, const Options& options) {
 }
 
 void addDownload(CLI::App& app, const Options& options) {
-  auto* download = app.add_subcommand("download", "store a file (font, image, program) in the printer");
+  auto* download =
+      app.add_subcommand("download", "store a file (font, image, program) in the printer");
   auto path = std::make_shared<std::string>();
   auto name = std::make_shared<std::string>();
   download->add_option("file", *path, "the file to store")->required();
@@ -125,7 +134,8 @@ void addWifi(CLI::App& app, const Options& options) {
       lines += commands::wifiStaticIpLine(address, mask, gateway);
     }
     if (settings->port) lines += commands::wifiPortLine(settings->port);
-    if (lines.empty()) throw CLI::ValidationError("wifi", "nothing to set (see orvante wifi --help)");
+    if (lines.empty())
+      throw CLI::ValidationError("wifi", "nothing to set (see orvante wifi --help)");
     openPrinter(options).send(lines);
   });
 }
@@ -133,9 +143,10 @@ void addWifi(CLI::App& app, const Options& options) {
 void addBattery(CLI::App& app, const Options& options) {
   auto* battery = app.add_subcommand("battery", "read the printer's battery reports");
   auto wanted = std::make_shared<std::vector<std::string>>();
-  battery->add_option("report", *wanted,
-                      "serial, voltage, capacity, temperature, cycles, manufactured, "
-                      "replacements, life or health (default: all)")
+  battery
+      ->add_option("report", *wanted,
+                   "serial, voltage, capacity, temperature, cycles, manufactured, "
+                   "replacements, life or health (default: all)")
       ->check(CLI::IsMember(std::vector<std::string>(std::begin(kReports), std::end(kReports))));
   battery->callback([=, &options] {
     auto printer = openPrinter(options);
@@ -143,7 +154,8 @@ void addBattery(CLI::App& app, const Options& options) {
     printer.query(commands::interfaceLine("NET"), "\r\n", timeout);
     for (int selector = 0; selector < 9; ++selector) {
       const std::string name = kReports[selector];
-      if (!wanted->empty() && std::find(wanted->begin(), wanted->end(), name) == wanted->end()) continue;
+      if (!wanted->empty() && std::find(wanted->begin(), wanted->end(), name) == wanted->end())
+        continue;
       // A report reads {FIELD|VALUE}.
       const std::string reply =
           printer.query(commands::batteryReportLine(selector), "\r\n", timeout);

@@ -6,6 +6,7 @@
 #include <orvante/bytes.hpp>
 #include <orvante/commands.hpp>
 #include <orvante/dither.hpp>
+#include <orvante/error.hpp>
 #include <orvante/exception.hpp>
 #include <orvante/field.hpp>
 #include <orvante/geometry.hpp>

@@ -2,7 +2,10 @@
 // orvante::Printer: a connection to one printer, for applications and
 // tools. Unlike the session it never pauses on purpose, every wait has a
 // time limit, and every failure is an orvante::Error that says what went
-// wrong. Calls from several threads are serialised on the connection.
+// wrong. Calls from several threads are serialised on the connection;
+// close(), move-assignment and destruction may come from any thread at any
+// time: a call in progress on another thread then fails at once with an
+// Error saying that the connection was closed.
 //
 //   auto printer = orvante::Printer::open("tcp://192.168.1.50");
 //   printer.print(label);
@@ -12,12 +15,13 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <stdexcept>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include <orvante/bytes.hpp>
+#include <orvante/error.hpp>
 #include <orvante/export.hpp>
 
 ORVANTE_API_BEGIN
@@ -25,12 +29,6 @@ ORVANTE_API_BEGIN
 namespace orvante {
 
 class Label;
-
-// Why a printer could not be reached or did not do what was asked.
-class Error : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
 
 // The printer's status byte and what it says.
 struct PrinterStatus {
@@ -73,6 +71,13 @@ class Printer {
   void send(ByteView bytes);
   void send(std::string_view text);
   void print(const Label& label);
+  // Sends the bytes, then asks the printer's status: the printer works
+  // through its input in order, so its answer confirms that it took every
+  // byte before. Returns the status it answered (a label confirmed while it
+  // reports a fault, such as out of paper, may not have printed). Error
+  // when the bytes cannot be sent or no answer comes within the timeout.
+  PrinterStatus sendConfirmed(ByteView bytes, Timeout timeout = std::chrono::seconds(30));
+  PrinterStatus printConfirmed(const Label& label, Timeout timeout = std::chrono::seconds(30));
   void onProgress(Progress progress);
   void setStallTimeout(Timeout timeout);
 
@@ -89,13 +94,16 @@ class Printer {
                     Timeout timeout = std::chrono::seconds(2));
 
   bool isOpen() const;
+  // Any thread, any time; again does nothing.
   void close();
 
  private:
   struct Connection;
-  explicit Printer(std::unique_ptr<Connection> connection);
-  Connection& connection() const;
-  std::unique_ptr<Connection> connection_;
+  explicit Printer(std::shared_ptr<Connection> connection);
+  std::shared_ptr<Connection> connection() const;
+  std::shared_ptr<Connection> take();
+  mutable std::mutex mutex_;  // guards connection_ alone, never held while waiting
+  std::shared_ptr<Connection> connection_;
 };
 
 }  // namespace orvante

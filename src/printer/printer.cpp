@@ -1,28 +1,23 @@
-// orvante::Printer over the same stream pair as the session's TCP link:
-// its events wake the waits, and every wait has a deadline.
+// orvante::Printer over one link of the core: every wait has its deadline,
+// and a close from any thread ends every wait at once.
 
 #include <orvante/label.hpp>
 #include <orvante/printer.hpp>
 
-#include <algorithm>
 #include <charconv>
 #include <cstdlib>
-#include <mutex>
+#include <utility>
 
 #include <orvante/commands.hpp>
-#include "../transport/ble_streams.hpp"
-#include "../transport/link_signal.hpp"
-#include "../transport/socket_streams.hpp"
-#include "device_links.hpp"
-#include "printer_uri.hpp"
+#include "../runtime/printer_links.hpp"
 
 namespace orvante {
 namespace {
 
 namespace commands = orvante::commands;
-using Clock = std::chrono::steady_clock;
+using transport::Wait;
+using SteadyClock = std::chrono::steady_clock;
 
-constexpr std::size_t kWriteChunk = 64 * 1024;
 constexpr std::size_t kReadBlock = 4096;
 // A reply longer than this is not a reply to a query.
 constexpr std::size_t kLongestReply = 1 << 20;
@@ -31,20 +26,21 @@ constexpr std::size_t kLongestReply = 1 << 20;
 std::string visible(std::string_view request) {
   std::string text;
   for (char c : request) {
-    if (c == '\x1B') text += "ESC";
-    else if (c == '\r') text += "\\r";
-    else if (c == '\n') text += "\\n";
-    else text += c;
+    if (c == '\x1B')
+      text += "ESC";
+    else if (c == '\r')
+      text += "\\r";
+    else if (c == '\n')
+      text += "\\n";
+    else
+      text += c;
   }
   return text;
 }
 
-// Wakes the connection's waits on every event of its streams.
-class Listener final : public StreamDelegate {
- public:
-  void stream(Stream*, std::uint64_t) override { signal.notify(); }
-  transport::LinkSignal signal;
-};
+std::string milliseconds(Printer::Timeout timeout) {
+  return std::to_string(timeout.count()) + " ms";
+}
 
 }  // namespace
 
@@ -68,123 +64,82 @@ std::string PrinterStatus::describe() const {
 }
 
 struct Printer::Connection {
-  std::string where;
-  StreamPair streams;
-  Listener listener;
-  std::mutex mutex;  // one operation at a time
+  explicit Connection(std::shared_ptr<transport::Link> opened) : link(std::move(opened)) {}
+  ~Connection() { link->close(); }
+
+  const std::shared_ptr<transport::Link> link;
+  std::mutex operation;  // one operation at a time
+  std::mutex settings;   // the two below
   Timeout stallTimeout = std::chrono::seconds(30);
   Progress progress;
-  // The link acknowledges each write: a send ends once the last was.
-  bool acknowledged = false;
 
-  ~Connection() { shut(); }
+  const std::string& where() const { return link->where(); }
 
-  void shut() {
-    for (const std::shared_ptr<Stream>& stream :
-         {std::shared_ptr<Stream>(streams.input), std::shared_ptr<Stream>(streams.output)}) {
-      if (!stream) continue;
-      stream->setDelegate(nullptr);
-      stream->close();
-    }
-    streams = {};
-  }
+  [[noreturn]] void closed() const { throw Error("the connection to " + where() + " was closed"); }
 
-  // Sleeps until `ready` holds or the deadline passes; false at the deadline.
-  template <class Ready>
-  bool waitUntil(Clock::time_point deadline, Ready&& ready) {
-    for (;;) {
-      const auto seen = listener.signal.generation();
-      if (ready()) return true;
-      if (!listener.signal.waitPastUntil(seen, deadline) && !ready()) return false;
-    }
-  }
-
-  std::string failure() const {
-    const std::string why = streams.output ? streams.output->streamError() : std::string();
-    return why.empty() ? "the connection is closed" : why;
-  }
-
-  void requireOpen() const {
-    if (!streams.output) throw Error("the connection to " + where + " is closed");
+  // Why a wait that did not end in Done ended, as an Error.
+  [[noreturn]] void stopped(Wait wait, const std::string& during) const {
+    if (wait == Wait::Closed) closed();
+    throw Error(during + ": " + link->failure());
   }
 
   void write(ByteView bytes) {
-    requireOpen();
-    auto& output = *streams.output;
+    Timeout stall;
+    Progress report;
+    {
+      std::lock_guard lock(settings);
+      stall = stallTimeout;
+      report = progress;
+    }
     std::size_t sent = 0;
-    while (sent < bytes.size()) {
-      const bool writable = waitUntil(Clock::now() + stallTimeout, [&] {
-        return output.hasSpaceAvailable() || isFinished(output.streamStatus());
-      });
-      if (!writable) {
-        throw Error(where + " took no bytes for " + std::to_string(stallTimeout.count()) + " ms (" +
-                    std::to_string(sent) + " of " + std::to_string(bytes.size()) + " sent)");
-      }
-      if (isFinished(output.streamStatus())) {
-        throw Error("sending to " + where + " failed after " + std::to_string(sent) + " of " +
-                    std::to_string(bytes.size()) + " bytes: " + failure());
-      }
-      const std::size_t chunk = std::min(kWriteChunk, bytes.size() - sent);
-      const auto count = output.write(bytes.data() + sent, chunk);
-      if (count < 0) {
-        throw Error("sending to " + where + " failed after " + std::to_string(sent) + " of " +
-                    std::to_string(bytes.size()) + " bytes: " + failure());
-      }
-      sent += static_cast<std::size_t>(count);
-      if (progress) progress(sent, bytes.size());
+    const Wait result = link->writeAll(
+        bytes, stall,
+        [&](std::size_t count) {
+          if (report) report(count, bytes.size());
+        },
+        sent);
+    if (result == Wait::Done) return;
+    if (result == Wait::Deadline) {
+      throw Error(sent < bytes.size()
+                      ? where() + " took no bytes for " + milliseconds(stall) + " (" +
+                            std::to_string(sent) + " of " + std::to_string(bytes.size()) + " sent)"
+                      : where() + " did not acknowledge the last bytes within " +
+                            milliseconds(stall));
     }
-    if (acknowledged) awaitAcknowledgment(bytes.size());
-  }
-
-  void awaitAcknowledgment(std::size_t total) {
-    auto& output = *streams.output;
-    const bool answered = waitUntil(Clock::now() + stallTimeout, [&] {
-      return output.hasSpaceAvailable() || isFinished(output.streamStatus());
-    });
-    if (!answered) {
-      throw Error(where + " did not acknowledge the last bytes within " +
-                  std::to_string(stallTimeout.count()) + " ms");
-    }
-    if (isFinished(output.streamStatus())) {
-      throw Error("sending to " + where + " failed at the last of " + std::to_string(total) +
-                  " bytes: " + failure());
-    }
+    stopped(result, "sending to " + where() + " failed after " + std::to_string(sent) + " of " +
+                        std::to_string(bytes.size()) + " bytes");
   }
 
   // Bytes that came unasked (a late reply) belong to no query.
   void discardWaitingInput() {
     std::uint8_t block[kReadBlock];
-    while (streams.input->hasBytesAvailable() && streams.input->read(block, sizeof block) > 0) {
+    while (link->readSome(block) > 0) {
     }
   }
 
   // Sends the request and reads until `complete` accepts the reply.
   template <class Complete>
   Bytes ask(std::string_view request, Timeout timeout, Complete&& complete) {
-    requireOpen();
     discardWaitingInput();
     write(viewOf(request));
-    const auto deadline = Clock::now() + timeout;
-    auto& input = *streams.input;
+    const auto deadline = SteadyClock::now() + timeout;
     Bytes reply;
     for (;;) {
-      const bool answered = waitUntil(deadline, [&] {
-        return input.hasBytesAvailable() || input.streamStatus() != StreamStatus::Open;
-      });
-      if (!answered) {
-        throw Error(where + " did not answer " + visible(request) + " within " +
-                    std::to_string(timeout.count()) + " ms" +
-                    (reply.empty() ? "" : " (the reply had no end)"));
-      }
       std::uint8_t block[kReadBlock];
-      const auto count = input.hasBytesAvailable() ? input.read(block, sizeof block) : -1;
-      if (count <= 0) {
-        throw Error(where + " closed the connection while answering " + visible(request));
+      std::size_t got = 0;
+      const Wait result = link->read(block, deadline, got);
+      if (result == Wait::Deadline) {
+        throw Error(where() + " did not answer " + visible(request) + " within " +
+                    milliseconds(timeout) + (reply.empty() ? "" : " (the reply had no end)"));
       }
-      reply.insert(reply.end(), block, block + count);
+      if (result == Wait::Closed) closed();
+      if (result != Wait::Done) {
+        throw Error(where() + " closed the connection while answering " + visible(request));
+      }
+      reply.insert(reply.end(), block, block + got);
       if (complete(reply)) return reply;
       if (reply.size() > kLongestReply) {
-        throw Error(where + " answered " + visible(request) + " with more than 1 MiB and no end");
+        throw Error(where() + " answered " + visible(request) + " with more than 1 MiB and no end");
       }
     }
   }
@@ -196,59 +151,61 @@ struct Printer::Connection {
     const std::string text = textOf(reply);
     return text.substr(0, text.find(end));
   }
+
+  PrinterStatus askStatus(Timeout timeout) {
+    const Bytes reply =
+        ask(commands::kStatusQuery, timeout, [](const Bytes& bytes) { return !bytes.empty(); });
+    return PrinterStatus{reply.front()};
+  }
 };
 
-Printer::Printer(std::unique_ptr<Connection> connection) : connection_(std::move(connection)) {}
-Printer::Printer(Printer&&) noexcept = default;
-Printer& Printer::operator=(Printer&&) noexcept = default;
-Printer::~Printer() = default;
+Printer::Printer(std::shared_ptr<Connection> connection) : connection_(std::move(connection)) {}
+
+Printer::Printer(Printer&& other) noexcept : connection_(other.take()) {}
+
+Printer& Printer::operator=(Printer&& other) noexcept {
+  if (this == &other) return *this;
+  auto incoming = other.take();
+  std::shared_ptr<Connection> old;
+  {
+    std::lock_guard lock(mutex_);
+    old = std::exchange(connection_, std::move(incoming));
+  }
+  if (old) old->link->close();
+  return *this;
+}
+
+Printer::~Printer() {
+  close();
+}
+
+std::shared_ptr<Printer::Connection> Printer::take() {
+  std::lock_guard lock(mutex_);
+  return std::move(connection_);
+}
+
+std::shared_ptr<Printer::Connection> Printer::connection() const {
+  std::lock_guard lock(mutex_);
+  if (!connection_) throw Error("the printer connection is closed");
+  return connection_;
+}
 
 Printer Printer::open(std::string_view uri, Timeout timeout) {
-  auto connection = std::make_unique<Connection>();
-  if (const auto device = direct::parseDeviceUri(uri)) {
-    connection->where = direct::describeDevice(*device);
-    connection->streams = direct::openDeviceStreams(*device);
-  } else if (const auto address = direct::parsePrinterUri(uri); address.scheme == "ble") {
-    connection->where = "ble://" + address.host;
-    connection->streams = transport::makeBleStreams(address.host);
-    connection->acknowledged = true;
-  } else {
-    connection->where = address.host + ":" + std::to_string(address.port);
-    connection->streams = transport::connectSocketStreams(address.host, address.port);
+  auto connection = std::make_shared<Connection>(runtime::linkTo(uri));
+  const Wait result = connection->link->open(SteadyClock::now() + timeout);
+  if (result == Wait::Deadline) {
+    throw Error("no connection to " + connection->where() + " within " + milliseconds(timeout));
   }
-  auto& streams = connection->streams;
-  if (!streams.input || !streams.output) {
-    throw Error("cannot connect to " + connection->where + ": out of descriptors or a bad address");
-  }
-  for (const std::shared_ptr<Stream>& stream :
-       {std::shared_ptr<Stream>(streams.input), std::shared_ptr<Stream>(streams.output)}) {
-    stream->setDelegate(&connection->listener);
-    stream->scheduleInRunLoop();
-    stream->open();
-  }
-  const bool settled = connection->waitUntil(Clock::now() + timeout, [&] {
-    const auto status = streams.output->streamStatus();
-    return status != StreamStatus::Opening && status != StreamStatus::NotOpen;
-  });
-  if (!settled) {
-    throw Error("no connection to " + connection->where + " within " +
-                std::to_string(timeout.count()) + " ms");
-  }
-  if (streams.output->streamStatus() != StreamStatus::Open) {
-    throw Error("cannot connect to " + connection->where + ": " + connection->failure());
+  if (result != Wait::Done) {
+    throw Error("cannot connect to " + connection->where() + ": " + connection->link->failure());
   }
   return Printer(std::move(connection));
 }
 
-Printer::Connection& Printer::connection() const {
-  if (!connection_) throw Error("the printer connection is closed");
-  return *connection_;
-}
-
 void Printer::send(ByteView bytes) {
-  auto& link = connection();
-  std::lock_guard lock(link.mutex);
-  link.write(bytes);
+  const auto link = connection();
+  std::lock_guard lock(link->operation);
+  link->write(bytes);
 }
 
 void Printer::send(std::string_view text) {
@@ -259,22 +216,33 @@ void Printer::print(const Label& label) {
   send(label.bytes());
 }
 
+PrinterStatus Printer::sendConfirmed(ByteView bytes, Timeout timeout) {
+  const auto link = connection();
+  std::lock_guard lock(link->operation);
+  link->write(bytes);
+  return link->askStatus(timeout);
+}
+
+PrinterStatus Printer::printConfirmed(const Label& label, Timeout timeout) {
+  return sendConfirmed(label.bytes(), timeout);
+}
+
 void Printer::onProgress(Progress progress) {
-  auto& link = connection();
-  std::lock_guard lock(link.mutex);
-  link.progress = std::move(progress);
+  const auto link = connection();
+  std::lock_guard lock(link->settings);
+  link->progress = std::move(progress);
 }
 
 void Printer::setStallTimeout(Timeout timeout) {
-  auto& link = connection();
-  std::lock_guard lock(link.mutex);
-  link.stallTimeout = timeout;
+  const auto link = connection();
+  std::lock_guard lock(link->settings);
+  link->stallTimeout = timeout;
 }
 
 std::string Printer::query(std::string_view request, std::string_view end, Timeout timeout) {
-  auto& link = connection();
-  std::lock_guard lock(link.mutex);
-  return link.askUntil(request, end, timeout);
+  const auto link = connection();
+  std::lock_guard lock(link->operation);
+  return link->askUntil(request, end, timeout);
 }
 
 std::string Printer::name(Timeout timeout) {
@@ -317,19 +285,19 @@ std::vector<std::string> Printer::files(Timeout timeout) {
 }
 
 PrinterStatus Printer::status(Timeout timeout) {
-  auto& link = connection();
-  std::lock_guard lock(link.mutex);
-  const Bytes reply = link.ask(commands::kStatusQuery, timeout, [](const Bytes& bytes) { return !bytes.empty(); });
-  return PrinterStatus{reply.front()};
+  const auto link = connection();
+  std::lock_guard lock(link->operation);
+  return link->askStatus(timeout);
 }
 
 bool Printer::isOpen() const {
-  return connection_ && connection_->streams.output &&
-         !isFinished(connection_->streams.output->streamStatus());
+  std::lock_guard lock(mutex_);
+  return connection_ && connection_->link->state() == transport::LinkState::Open;
 }
 
 void Printer::close() {
-  connection_.reset();
+  // The connection itself goes with the last operation that holds it.
+  if (const auto connection = take()) connection->link->close();
 }
 
 }  // namespace orvante

@@ -14,28 +14,7 @@ const char* const kMacAddress = "macAddress";
 constexpr double kSettle = 0.3;
 constexpr double kProtocolSettle = 0.2;
 
-std::mutex pickerMutex;
-std::function<void()> picker;
-
 }  // namespace
-
-namespace orvante {
-
-void setAccessoryPicker(std::function<void()> next) {
-  std::lock_guard lock(pickerMutex);
-  picker = std::move(next);
-}
-
-void showAccessoryPicker() {
-  std::function<void()> current;
-  {
-    std::lock_guard lock(pickerMutex);
-    current = picker;
-  }
-  if (current) current();
-}
-
-}  // namespace orvante
 
 // The variants differ in the protocol, whether the accessory must carry a
 // name, whether MFI_port is set before the search (and so stays set when

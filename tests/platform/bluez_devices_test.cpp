@@ -9,7 +9,7 @@
 
 #include "bluez_rig.hpp"
 #include "platform/linux/system_accessories.hpp"
-#include "printer/device_links.hpp"
+#include "runtime/printer_links.hpp"
 #include "printer_scan.hpp"
 #include "pty_printer.hpp"
 
@@ -80,28 +80,25 @@ TEST(BluetoothAddress, APairedPrinterIsOpenedByItsAddressAndOthersSayWhy) {
   bluez.bluez.addSerialPrinter("00:11:62:AA:BB:02", "Never paired", false);
   bluez.bluez.setSerialResponder(answering({{"~!T", "OV-203\r"}}));
 
-  auto streams = direct::openDeviceStreams({"bt", "00:11:62:aa:bb:01"}, *bluez.accessories);
-  ASSERT_NE(streams.output, nullptr);
-  streams.input->open();
-  streams.output->open();
-  ASSERT_TRUE(eventually([&] { return streams.output->streamStatus() == StreamStatus::Open; }));
-  EXPECT_EQ(streams.output->write(bytesOf("~!T").data(), 3), 3);
+  const runtime::SystemServices services{bluez.platform(), bluez.accessories};
+  auto link = runtime::linkTo("bt://00:11:62:aa:bb:01", services);
+  const auto soon = [] { return std::chrono::steady_clock::now() + 5s; };
+  ASSERT_EQ(link->open(soon()), transport::Wait::Done);
+  std::size_t sent = 0;
+  ASSERT_EQ(link->writeAll(bytesOf("~!T"), 5s, nullptr, sent), transport::Wait::Done);
   std::string reply;
-  EXPECT_TRUE(eventually([&] {
+  while (reply.size() < 7) {
     std::uint8_t block[16];
-    if (streams.input->hasBytesAvailable()) {
-      const auto count = streams.input->read(block, sizeof block);
-      if (count > 0) reply += textOf(ByteView(block, static_cast<std::size_t>(count)));
-    }
-    return reply.size() >= 7;
-  }));
+    std::size_t got = 0;
+    ASSERT_EQ(link->read(block, soon(), got), transport::Wait::Done);
+    reply += textOf(ByteView(block, got));
+  }
   EXPECT_EQ(reply, "OV-203\r");
-  streams.input->close();
-  streams.output->close();
+  link->close();
 
   const auto failure = [&](const std::string& address) -> std::string {
     try {
-      direct::openDeviceStreams({"bt", address}, *bluez.accessories);
+      runtime::linkTo("bt://" + address, services);
     } catch (const Error& error) {
       return error.what();
     }

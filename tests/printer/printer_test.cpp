@@ -86,7 +86,8 @@ TEST(Printer, RefusedAndMalformedAddressesSayWhy) {
   EXPECT_EQ(failureOf([] { Printer::open("tcp://host:99999"); }).first,
             "the port \"99999\" is not a number from 1 to 65535");
   EXPECT_EQ(failureOf([] { Printer::open("ipp://host"); }).first,
-            "printers at ipp:// addresses are not supported yet: use tcp://host[:port]");
+            "printers at ipp:// addresses are not known: use tcp://, serial://, usb://, bt://, ble:// or "
+            "sim://");
 }
 
 TEST(Printer, SilenceAndRepliesWithoutTheirEndFailAtTheTimeout) {

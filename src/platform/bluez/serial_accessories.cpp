@@ -169,8 +169,16 @@ std::vector<std::shared_ptr<Accessory>> SerialAccessories::connectedAccessories(
 
 std::shared_ptr<AccessorySession> SerialAccessories::openSession(
     const std::shared_ptr<Accessory>& accessory, const std::string& protocol) {
+  if (protocol != kProtocol) return nullptr;
+  const int fd = connectSocket(accessory);
+  if (fd < 0) return nullptr;
+  return std::make_shared<AccessorySession>(accessory, protocol,
+                                            transport::adoptSocketStreams(fd));
+}
+
+int SerialAccessories::connectSocket(const std::shared_ptr<Accessory>& accessory) {
   auto printer = std::dynamic_pointer_cast<SerialPrinter>(accessory);
-  if (!printer || protocol != kProtocol || !loop() || !registerProfile()) return nullptr;
+  if (!printer || !loop() || !registerProfile()) return -1;
   {
     // A socket left from an earlier connection is stale.
     std::lock_guard lock(mutex_);
@@ -191,16 +199,14 @@ std::shared_ptr<AccessorySession> SerialAccessories::openSession(
         });
   });
   const auto outcome = waitFor(reply, kConnectLimit + 1s);
-  if (!outcome || !outcome->empty()) return nullptr;
+  if (!outcome || !outcome->empty()) return -1;
   std::unique_lock lock(mutex_);
   if (!arrived_.wait_for(lock, kHandOverLimit, [&] { return sockets_.count(printer->path()); })) {
-    return nullptr;
+    return -1;
   }
   const int fd = sockets_[printer->path()];
   sockets_.erase(printer->path());
-  lock.unlock();
-  return std::make_shared<AccessorySession>(accessory, protocol,
-                                            transport::adoptSocketStreams(fd));
+  return fd;
 }
 
 }  // namespace orvante::platform::bluez

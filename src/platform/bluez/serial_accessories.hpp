@@ -28,6 +28,9 @@ class SerialAccessories final : public AccessoryManager {
   std::vector<std::shared_ptr<Accessory>> connectedAccessories() override;
   std::shared_ptr<AccessorySession> openSession(const std::shared_ptr<Accessory>& accessory,
                                                 const std::string& protocol) override;
+  // The RFCOMM socket of a paired printer this manager listed, connected;
+  // -1 when BlueZ refuses or does not hand it over in time.
+  int connectSocket(const std::shared_ptr<Accessory>& accessory);
   void showBluetoothAccessoryPicker() override { showAccessoryPicker(); }
 
  private:

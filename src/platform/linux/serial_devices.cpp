@@ -25,7 +25,7 @@ std::vector<SerialDevice> devices;
 
 }  // namespace
 
-StreamPair openSerialDevice(const std::string& path, int baud, FlowControl flow) {
+int openSerialDescriptor(const std::string& path, int baud, FlowControl flow) {
   if (!speedOf(baud)) throw std::runtime_error("the baud " + std::to_string(baud) + " is not one a tty has");
   const int fd = openDeviceFile(path);
   try {
@@ -36,7 +36,11 @@ StreamPair openSerialDevice(const std::string& path, int baud, FlowControl flow)
   }
   // Bytes the device received before it was opened belong to nobody.
   ::tcflush(fd, TCIFLUSH);
-  auto streams = transport::adoptDeviceStreams(fd);
+  return fd;
+}
+
+StreamPair openSerialDevice(const std::string& path, int baud, FlowControl flow) {
+  auto streams = transport::adoptDeviceStreams(openSerialDescriptor(path, baud, flow));
   if (!streams.input) throw std::runtime_error("no stream pair for " + path + ": out of descriptors");
   return streams;
 }

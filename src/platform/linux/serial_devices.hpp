@@ -16,6 +16,8 @@ std::vector<std::shared_ptr<Accessory>> listSerialPrinters();
 
 // The tty's stream pair, its line set raw. Throws std::runtime_error with
 // the reason (no such device, permission denied, not a tty, a bad baud).
+// The tty open, its line set raw; the same failures.
+int openSerialDescriptor(const std::string& path, int baud, FlowControl flow = FlowControl::None);
 StreamPair openSerialDevice(const std::string& path, int baud,
                             FlowControl flow = FlowControl::None);
 

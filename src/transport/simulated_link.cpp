@@ -1,0 +1,190 @@
+#include "simulated_link.hpp"
+
+#include <orvante/testing/simulation.hpp>
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <map>
+#include <mutex>
+#include <stdexcept>
+#include <vector>
+
+#include "event_loop.hpp"
+
+namespace orvante::transport {
+namespace {
+
+class SimulatedLink;
+
+struct Attached {
+  std::weak_ptr<testing::SimulatedEnd> end;
+  std::uint64_t handle = 0;
+  std::vector<std::weak_ptr<SimulatedLink>> links;
+};
+
+struct Registry {
+  std::mutex mutex;
+  std::map<std::string, Attached> ends;
+  std::atomic<std::uint64_t> nextConnection{1};
+  std::uint64_t nextHandle = 1;
+};
+
+Registry& registry() {
+  static Registry* const instance = new Registry;  // links may outlive exit's destructors
+  return *instance;
+}
+
+class SimulatedLink final : public Link {
+ public:
+  SimulatedLink(std::string name, std::weak_ptr<testing::SimulatedEnd> end,
+                EventLoop::Token running)
+      : Link("sim://" + name),
+        end_(std::move(end)),
+        connection_(registry().nextConnection++),
+        running_(std::move(running)) {}
+  ~SimulatedLink() override { close(); }
+
+  // On the loop: the simulated printer hung up.
+  void hangUp() { ended(); }
+  void wake() { writableAgain(); }
+
+ protected:
+  void doStart() override {
+    EventLoop::instance().post([self = weakSelf()] {
+      if (auto link = self.lock()) link->opened();
+    });
+  }
+
+  std::size_t doRead(std::span<std::uint8_t> buffer) override {
+    std::lock_guard lock(mutex_);
+    const std::size_t count = std::min(buffer.size(), input_.size());
+    std::memcpy(buffer.data(), input_.data(), count);
+    input_.erase(input_.begin(), input_.begin() + static_cast<std::ptrdiff_t>(count));
+    return count;
+  }
+
+  std::size_t doWrite(ByteView bytes) override {
+    if (!doWritable()) return 0;
+    Bytes copy(bytes.begin(), bytes.end());
+    EventLoop::instance().post([self = weakSelf(), copy = std::move(copy)] {
+      if (auto link = self.lock()) link->deliver(copy);
+    });
+    return bytes.size();
+  }
+
+  std::size_t doAvailable() override {
+    std::lock_guard lock(mutex_);
+    return input_.size();
+  }
+
+  bool doWritable() override {
+    const auto end = end_.lock();
+    return end && end->takesBytes();
+  }
+
+  void doClose() override {
+    std::lock_guard lock(mutex_);
+    running_.reset();
+  }
+
+ private:
+  std::weak_ptr<SimulatedLink> weakSelf() {
+    return std::static_pointer_cast<SimulatedLink>(shared_from_this());
+  }
+
+  // On the loop, in the order written.
+  void deliver(const Bytes& bytes) {
+    if (isClosed()) return;
+    const auto end = end_.lock();
+    if (!end) return ended();
+    const Bytes answer = end->take(connection_, bytes);
+    if (answer.empty()) return;
+    {
+      std::lock_guard lock(mutex_);
+      input_.insert(input_.end(), answer.begin(), answer.end());
+    }
+    readable();
+  }
+
+  const std::weak_ptr<testing::SimulatedEnd> end_;
+  const std::uint64_t connection_;
+  std::mutex mutex_;  // the two below
+  Bytes input_;
+  EventLoop::Token running_;
+};
+
+// The links of a name still open, under the registry's lock.
+std::vector<std::shared_ptr<SimulatedLink>> openLinks(Attached& attached) {
+  std::vector<std::shared_ptr<SimulatedLink>> open;
+  for (const auto& weak : attached.links) {
+    if (auto link = weak.lock()) open.push_back(std::move(link));
+  }
+  attached.links.assign(open.begin(), open.end());
+  return open;
+}
+
+template <class Action>
+void forEachLink(const std::string& name, Action action) {
+  std::vector<std::shared_ptr<SimulatedLink>> links;
+  {
+    std::lock_guard lock(registry().mutex);
+    const auto found = registry().ends.find(name);
+    if (found == registry().ends.end()) return;
+    links = openLinks(found->second);
+  }
+  for (const auto& link : links) {
+    EventLoop::instance().post([weak = std::weak_ptr(link), action] {
+      if (auto held = weak.lock()) action(*held);
+    });
+  }
+}
+
+}  // namespace
+
+std::shared_ptr<Link> simulatedLink(const std::string& name) {
+  std::lock_guard lock(registry().mutex);
+  const auto found = registry().ends.find(name);
+  if (found == registry().ends.end() || found->second.end.expired()) return nullptr;
+  auto running = EventLoop::instance().keepRunning();
+  if (!running) return nullptr;
+  auto link = std::make_shared<SimulatedLink>(name, found->second.end, std::move(running));
+  openLinks(found->second);  // forgets the closed ones
+  found->second.links.push_back(link);
+  return link;
+}
+
+}  // namespace orvante::transport
+
+namespace orvante::testing {
+
+std::shared_ptr<void> attachSimulatedEnd(const std::string& name, std::weak_ptr<SimulatedEnd> end) {
+  if (name.empty() || name.find('/') != std::string::npos) {
+    throw std::invalid_argument("a simulated printer's name must be non-empty and hold no '/'");
+  }
+  auto& registry = transport::registry();
+  std::lock_guard lock(registry.mutex);
+  auto& attached = registry.ends[name];
+  if (!attached.end.expired()) {
+    throw std::invalid_argument("a simulated printer is named \"" + name + "\" already");
+  }
+  const std::uint64_t handle = registry.nextHandle++;
+  attached = {std::move(end), handle, {}};
+  return std::shared_ptr<void>(nullptr, [name, handle](void*) {
+    auto& ends = transport::registry().ends;
+    std::lock_guard release(transport::registry().mutex);
+    if (auto found = ends.find(name); found != ends.end() && found->second.handle == handle) {
+      ends.erase(found);
+    }
+  });
+}
+
+void hangUpSimulated(const std::string& name) {
+  transport::forEachLink(name, [](transport::SimulatedLink& link) { link.hangUp(); });
+}
+
+void wakeSimulated(const std::string& name) {
+  transport::forEachLink(name, [](transport::SimulatedLink& link) { link.wake(); });
+}
+
+}  // namespace orvante::testing

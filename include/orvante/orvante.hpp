@@ -5,6 +5,7 @@
 #include <orvante/ble_globals.hpp>
 #include <orvante/bytes.hpp>
 #include <orvante/commands.hpp>
+#include <orvante/delivery.hpp>
 #include <orvante/dither.hpp>
 #include <orvante/error.hpp>
 #include <orvante/exception.hpp>

@@ -65,6 +65,10 @@ class SimulatedLink final : public Link {
   }
 
   std::size_t doWrite(ByteView bytes) override {
+    if (end_.expired()) {
+      ended();  // the simulated printer is gone
+      return 0;
+    }
     if (!doWritable()) return 0;
     Bytes copy(bytes.begin(), bytes.end());
     EventLoop::instance().post([self = weakSelf(), copy = std::move(copy)] {

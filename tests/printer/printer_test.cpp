@@ -4,7 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <future>
+#include <optional>
 #include <thread>
 
 #include "links.hpp"
@@ -49,9 +51,15 @@ TEST(Printer, ALabelArrivesByteExact) {
   LoopbackPrinter printer;
   auto connection = Printer::open(uriOf(printer));
   Label label;
-  label.size(50, 30).gap(2).clear().text(20, 20, "3", "Hello").barcode(20, 60, "128", "A-1", 60).print();
+  label.size(50, 30)
+      .gap(2)
+      .clear()
+      .text(20, 20, "3", "Hello")
+      .barcode(20, 60, "128", "A-1", 60)
+      .print();
   std::vector<std::pair<std::size_t, std::size_t>> progress;
-  connection.onProgress([&](std::size_t sent, std::size_t total) { progress.emplace_back(sent, total); });
+  connection.onProgress(
+      [&](std::size_t sent, std::size_t total) { progress.emplace_back(sent, total); });
   connection.print(label);
   ASSERT_TRUE(printer.waitForBytes(label.bytes().size()));
   EXPECT_EQ(printer.received(), label.bytes());
@@ -79,15 +87,17 @@ TEST(Printer, RefusedAndMalformedAddressesSayWhy) {
   const int port = refusedPort();
   const auto [refused, took] =
       failureOf([&] { Printer::open("tcp://127.0.0.1:" + std::to_string(port), 2s); });
-  EXPECT_EQ(refused, "cannot connect to 127.0.0.1:" + std::to_string(port) + ": Connection refused");
+  EXPECT_EQ(refused,
+            "cannot connect to 127.0.0.1:" + std::to_string(port) + ": Connection refused");
   EXPECT_LT(took, 2s);
   EXPECT_EQ(failureOf([] { Printer::open("printer.invalid"); }).first,
             "\"printer.invalid\" is no printer address: use tcp://host[:port]");
   EXPECT_EQ(failureOf([] { Printer::open("tcp://host:99999"); }).first,
             "the port \"99999\" is not a number from 1 to 65535");
-  EXPECT_EQ(failureOf([] { Printer::open("ipp://host"); }).first,
-            "printers at ipp:// addresses are not known: use tcp://, serial://, usb://, bt://, ble:// or "
-            "sim://");
+  EXPECT_EQ(
+      failureOf([] { Printer::open("ipp://host"); }).first,
+      "printers at ipp:// addresses are not known: use tcp://, serial://, usb://, bt://, ble:// or "
+      "sim://");
 }
 
 TEST(Printer, SilenceAndRepliesWithoutTheirEndFailAtTheTimeout) {
@@ -149,4 +159,44 @@ TEST(Printer, SeveralThreadsShareOneConnection) {
     ++labels;
   }
   EXPECT_EQ(labels, 80u);
+}
+
+TEST(Printer, AnyThreadMayCloseMoveOrDestroyItWhileAnotherSendsOrAsks) {
+  LoopbackPrinter printer;
+  const std::string closed =
+      "the connection to 127.0.0.1:" + std::to_string(printer.port()) + " was closed";
+  // Each way of ending the connection, against a send stalled by a printer
+  // that stopped reading and against a query it never answers.
+  const std::vector<std::function<void(std::optional<Printer>&)>> ends = {
+      [](std::optional<Printer>& held) { held->close(); },
+      [](std::optional<Printer>& held) { held.reset(); },
+      [](std::optional<Printer>& held) { Printer moved = std::move(*held); },
+      [&](std::optional<Printer>& held) { *held = Printer::open(uriOf(printer)); },
+  };
+  std::size_t opened = 0;
+  const Bytes large(64 << 20, 'x');
+  for (std::size_t way = 0; way < ends.size(); ++way) {
+    for (const bool asking : {false, true}) {
+      std::optional<Printer> held = Printer::open(uriOf(printer));
+      printer.connection(opened++)->pauseReading(true);
+      Printer& connection = *held;
+      std::atomic<bool> inside = false;
+      connection.onProgress([&](std::size_t, std::size_t) { inside = true; });
+      auto call = std::async(std::launch::async, [&] {
+        return failureOf([&] {
+          if (asking)
+            connection.name(10s);
+          else
+            connection.send(large);
+        });
+      });
+      ASSERT_TRUE(eventually([&] { return inside.load(); }));
+      const auto start = std::chrono::steady_clock::now();
+      ends[way](held);
+      if (way == 3) ++opened;  // the connection that replaced it
+      EXPECT_LT(std::chrono::steady_clock::now() - start, 100ms) << way;
+      ASSERT_EQ(call.wait_for(1s), std::future_status::ready) << way << asking;
+      EXPECT_EQ(call.get().first, closed) << way << asking;
+    }
+  }
 }

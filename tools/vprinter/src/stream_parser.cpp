@@ -75,7 +75,7 @@ void StreamParser::finish() {
   held_.clear();
   binary_ = Bytes();
   mode_ = Mode::Line;
-  inQuotes_ = afterCr_ = afterBinary_ = false;
+  inQuotes_ = quoteOrEscape_ = afterCr_ = afterBinary_ = false;
   commas_ = 0;
   skipped_ = 0;
 }
@@ -151,9 +151,18 @@ void StreamParser::textByte(std::uint8_t byte) {
     skipped_ = line_.size() + 1;
     return;
   }
+  if (quoteOrEscape_) {
+    // The quote after \[ is the escape \["] only when ] follows it.
+    quoteOrEscape_ = false;
+    if (byte != ']') inQuotes_ = false;
+  }
   line_.push_back(static_cast<char>(byte));
   if (byte == '"') {
-    inQuotes_ = !inQuotes_;
+    if (inQuotes_ && line_.ends_with("\\[\"")) {
+      quoteOrEscape_ = true;
+    } else {
+      inQuotes_ = !inQuotes_;
+    }
   } else if (byte == ',' && !inQuotes_ && ++commas_ <= kMostHeaderCommas) {
     // Only the first few commas can end a payload header; later ones
     // would make a long line cost its length squared.
@@ -172,13 +181,13 @@ void StreamParser::endLine() {
     sink_.line(line_);
   }
   line_.clear();
-  inQuotes_ = false;
+  inQuotes_ = quoteOrEscape_ = false;
   commas_ = 0;
 }
 
 void StreamParser::startPayload(PayloadKind kind, std::size_t length) {
   header_ = std::exchange(line_, {});
-  inQuotes_ = false;
+  inQuotes_ = quoteOrEscape_ = false;
   commas_ = 0;
   kind_ = kind;
   expected_ = length;

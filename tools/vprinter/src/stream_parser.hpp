@@ -96,6 +96,7 @@ class StreamParser {
   std::string line_;
   std::string held_;          // the start of a possible immediate command
   bool inQuotes_ = false;     // inside a quoted argument of line_
+  bool quoteOrEscape_ = false;  // line_ ends with \[" inside quotes: ] makes it \["]
   int commas_ = 0;            // unquoted commas in line_
   bool afterCr_ = false;      // an LF now ends nothing
   bool afterBinary_ = false;  // the line end that closes a payload is its own

@@ -73,7 +73,7 @@ void StreamParser::finish() {
   }
   line_.clear();
   held_.clear();
-  binary_ = Bytes();
+  release();
   mode_ = Mode::Line;
   inQuotes_ = quoteOrEscape_ = afterCr_ = afterBinary_ = false;
   commas_ = 0;
@@ -194,16 +194,38 @@ void StreamParser::startPayload(PayloadKind kind, std::size_t length) {
   received_ = 0;
   hash_ = kHashStart;
   binary_.clear();
-  refusal_ = sink_.refusePayload(header_, kind, length);
-  if (refusal_.empty()) binary_.reserve(length);
+  if (length > limits_.maxPayloadBytes) {
+    refusal_ = "a payload of " + std::to_string(length) + " bytes is more than the " +
+               std::to_string(limits_.maxPayloadBytes) + " one may claim";
+  } else {
+    refusal_ = sink_.refusePayload(header_, kind, length);
+  }
   mode_ = Mode::Payload;
   if (length == 0) endPayload();
 }
 
+// Keeps the bytes of a payload or packet stream as they come; one that
+// would take all connections' unfinished payloads past their limit is
+// dropped, and its further bytes only counted.
 void StreamParser::takeBinary(ByteView bytes) {
   hash_ = hashBytes(hash_, bytes);
   received_ += bytes.size();
-  if (refusal_.empty()) binary_.insert(binary_.end(), bytes.begin(), bytes.end());
+  if (!refusal_.empty()) return;
+  if (heldPayloads_.bytes + bytes.size() > heldPayloads_.limit) {
+    refusal_ = "unfinished payloads would hold more than " + std::to_string(heldPayloads_.limit) +
+               " bytes: dropped";
+    release();
+    return;
+  }
+  binary_.insert(binary_.end(), bytes.begin(), bytes.end());
+  counted_ += bytes.size();
+  heldPayloads_.bytes += bytes.size();
+}
+
+void StreamParser::release() {
+  heldPayloads_.bytes -= counted_;
+  counted_ = 0;
+  binary_ = Bytes();
 }
 
 std::size_t StreamParser::payloadBytes(ByteView bytes) {
@@ -265,7 +287,7 @@ void StreamParser::backToLines() {
   mode_ = Mode::Line;
   afterBinary_ = true;
   refusal_.clear();
-  binary_ = Bytes();
+  release();
 }
 
 }  // namespace orvante::vprinter

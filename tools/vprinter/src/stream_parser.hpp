@@ -56,15 +56,31 @@ class ParserSink {
 struct ParserLimits {
   std::size_t maxLineBytes = 32 * 1024;
   std::size_t maxPacketRaster = 4 * 1024 * 1024;
+  std::size_t maxPayloadBytes = 8 * 1024 * 1024;  // the most a payload may claim
+};
+
+// What the unfinished payloads of all of an engine's parsers hold
+// together, and the most they may hold.
+struct HeldPayloads {
+  std::size_t limit = 64 * 1024 * 1024;
+  std::size_t bytes = 0;
 };
 
 class StreamParser {
  public:
-  StreamParser(ParserSink& sink, ParserLimits limits) : sink_(sink), limits_(limits) {}
+  StreamParser(ParserSink& sink, ParserLimits limits, HeldPayloads& held)
+      : sink_(sink), limits_(limits), heldPayloads_(held) {}
+  ~StreamParser() { release(); }
+  StreamParser(const StreamParser&) = delete;
+  StreamParser& operator=(const StreamParser&) = delete;
 
   void feed(ByteView bytes);
   // The bytes have ended (the connection closed).
   void finish();
+  // Inside a payload or packet whose bytes have not all come.
+  bool insidePayload() const {
+    return mode_ == Mode::Payload || mode_ == Mode::PacketHeader || mode_ == Mode::PacketStream;
+  }
 
  private:
   enum class Mode {
@@ -87,10 +103,12 @@ class StreamParser {
   void endPayload();
   void endPacket();
   void takeBinary(ByteView bytes);
+  void release();
   void backToLines();
 
   ParserSink& sink_;
   ParserLimits limits_;
+  HeldPayloads& heldPayloads_;
   Mode mode_ = Mode::Line;
 
   std::string line_;
@@ -108,7 +126,8 @@ class StreamParser {
   std::size_t expected_ = 0;
   std::size_t received_ = 0;
   std::string refusal_;  // why the binary part is skipped, if it is
-  Bytes binary_;
+  Bytes binary_;         // grows as bytes come, never by the claim
+  std::size_t counted_ = 0;  // bytes of binary_ counted in heldPayloads_
   std::uint64_t hash_ = 0;
   ::orvante::vprinter::PacketHeader packet_;
   LzssExtent extent_{0};

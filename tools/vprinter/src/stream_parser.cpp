@@ -53,7 +53,9 @@ void StreamParser::feed(ByteView bytes) {
 }
 
 void StreamParser::finish() {
-  const std::string reason = "the connection closed after " + std::to_string(received_) + " of " +
+  // A payload refused earlier says why as well.
+  const std::string reason = (refusal_.empty() ? "" : refusal_ + "; ") +
+                             "the connection closed after " + std::to_string(received_) + " of " +
                              std::to_string(expected_) + " bytes";
   switch (mode_) {
     case Mode::Payload:
@@ -73,6 +75,7 @@ void StreamParser::finish() {
   }
   line_.clear();
   held_.clear();
+  refusal_.clear();
   release();
   mode_ = Mode::Line;
   inQuotes_ = quoteOrEscape_ = afterCr_ = afterBinary_ = false;

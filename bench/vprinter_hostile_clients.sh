@@ -4,6 +4,8 @@
 #   flood     one client sends name queries and never reads its replies;
 #             another asks ESC !? every 50 ms: its answer times, and when
 #             the flooding client was dropped
+#   flood_kept  the same with --max-unread 1 GiB, so the flood goes on for
+#             the whole measure (a printer without that option stops it)
 #   sigterm   SIGTERM while that client still floods: time until the exit
 #   payloads  100 clients send most of a 6 MB DOWNLOAD and go silent: the
 #             printer's resident memory (VmRSS, VmHWM)
@@ -24,7 +26,7 @@ exec python3 - "$vprinter" "$@" <<'PY'
 import os, select, signal, socket, statistics, subprocess, sys, tempfile, threading, time
 
 vprinter = sys.argv[1]
-scenarios = sys.argv[2:] or ["flood", "sigterm", "payloads", "connects"]
+scenarios = sys.argv[2:] or ["flood", "flood_kept", "sigterm", "payloads", "connects"]
 
 
 class Printer:
@@ -101,8 +103,8 @@ def status_round_trip(client, limit):
     return time.monotonic() - start
 
 
-def flood():
-    printer = Printer()
+def flood(*extra):
+    printer = Printer(*extra)
     flooder = Flooder(printer, 6)
     flooder.start()
     time.sleep(0.5)
@@ -133,6 +135,11 @@ def flood():
     printer.stop()
 
 
+def flood_kept():
+    """The same, with an unread limit the flooding client never reaches."""
+    flood("--max-unread", str(1 << 30))
+
+
 def sigterm():
     printer = Printer()
     flooder = Flooder(printer, 8)
@@ -144,14 +151,14 @@ def sigterm():
         printer.process.wait(5)
         print(f"sigterm: exited {(time.monotonic() - start) * 1000:.0f} ms after SIGTERM")
     except subprocess.TimeoutExpired:
-        print("sigterm: still running 5 s after SIGTERM")
+        print("sigterm: still running 5 s after SIGTERM; the flooding client goes")
+        flooder.socket.close()
+        try:
+            printer.process.wait(5)
+            print(f"sigterm: exited {(time.monotonic() - start) * 1000:.0f} ms after SIGTERM")
+        except subprocess.TimeoutExpired:
+            pass
     flooder.socket.close()
-    try:
-        printer.process.wait(5)
-        print(f"sigterm: exited {(time.monotonic() - start) * 1000:.0f} ms after SIGTERM"
-              " (the flooding client had gone at 5 s)")
-    except subprocess.TimeoutExpired:
-        pass
     printer.stop()
 
 

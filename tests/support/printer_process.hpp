@@ -86,6 +86,7 @@ class PrinterProcess {
   }
 
   int port() const { return port_; }
+  pid_t pid() const { return pid_; }
   fs::path labels() const { return labels_; }
   std::string printed() const { return readFile(folder_ / "stdout"); }
   std::string journal() const { return readFile(folder_ / "journal.jsonl"); }

@@ -24,6 +24,7 @@
 
 #include <orvante/orvante.hpp>
 
+#include "loopback_client.hpp"
 #include "printer_process.hpp"
 
 namespace {
@@ -33,6 +34,7 @@ using namespace std::chrono_literals;
 using orvante::testing::PrinterProcess;
 using orvante::testing::eventuallyTrue;
 using orvante::testing::readFile;
+using orvante::vprinter::testing::connectTo;
 
 // The colour of a dot of a PNG, 0 black.
 std::uint32_t pngDot(const fs::path& path, int x, int y) {
@@ -87,17 +89,6 @@ TEST(EndToEnd, LibrarySessionPrintsLabelsAndGetsItsAnswers) {
   EXPECT_NE(journal.find("\"command\":\"!S\",\"arguments\":[\"100\",\"150\",\"5\",\"20\"]"),
             std::string::npos);
   EXPECT_EQ(journal.find("warning"), std::string::npos) << journal;
-}
-
-// A TCP client of the printer on the loopback.
-int connectTo(int port) {
-  const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(static_cast<std::uint16_t>(port));
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  EXPECT_EQ(connect(socket, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-  return socket;
 }
 
 TEST(EndToEnd, ConnectionDropsAfterTheBytesAsked) {

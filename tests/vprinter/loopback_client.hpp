@@ -15,9 +15,13 @@
 
 namespace orvante::vprinter::testing {
 
-// A blocking TCP client of the printer.
-inline int connectTo(int port) {
+// A blocking TCP client of the printer; a receive buffer of the size
+// given, if one is.
+inline int connectTo(int port, int receiveBuffer = 0) {
   const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (receiveBuffer > 0) {
+    setsockopt(socket, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
+  }
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_port = htons(static_cast<std::uint16_t>(port));

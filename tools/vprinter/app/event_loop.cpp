@@ -15,12 +15,9 @@ namespace orvante::vprinter {
 
 namespace {
 
-// The most one pass reads from one descriptor.
-constexpr std::size_t kReadSize = 16 * 1024;
-// What was read goes to the engine in slices, and a client past its
-// unread limit is dropped between them: a read of queries never turns
-// into more replies than a slice makes.
-constexpr std::size_t kFeedSlice = 4 * 1024;
+// The most one pass reads from one descriptor: a client sending nothing
+// but queries delays the others by what the engine makes of this much.
+constexpr std::size_t kReadSize = 4 * 1024;
 
 std::string secondsText(std::chrono::milliseconds time) {
   char text[32];
@@ -141,18 +138,18 @@ bool EventLoop::receive(Client& client) {
   const bool limited = settings_.dropAfter > 0;
   if (limited) taken = std::min(taken, settings_.dropAfter - client.received);
   client.received += taken;
-  for (std::size_t at = 0; at < taken; at += kFeedSlice) {
-    const ByteView slice(buffer + at, std::min(kFeedSlice, taken - at));
-    client.unsent.add(engine_.feed(client.id, slice));
-    if (client.unsent.size() <= settings_.maxUnreadBytes) continue;
-    if (client.unsent.send(client.fd) && client.unsent.size() <= settings_.maxUnreadBytes) continue;
+  client.unsent.add(engine_.feed(client.id, ByteView(buffer, taken)));
+  if (!client.unsent.send(client.fd)) {
+    closeClient(client, "");
+    return false;
+  }
+  if (client.unsent.size() > settings_.maxUnreadBytes) {
     closeClient(client, "closed by the printer: more than " +
                             std::to_string(settings_.maxUnreadBytes) + " bytes of replies unread");
     return false;
   }
-  // A connection cut off on purpose, as a test asked, goes once its
-  // replies are out.
-  if (!client.unsent.send(client.fd) || (limited && client.received >= settings_.dropAfter)) {
+  // A connection cut off on purpose, as a test asked.
+  if (limited && client.received >= settings_.dropAfter) {
     closeClient(client, "");
     return false;
   }
@@ -188,19 +185,14 @@ void EventLoop::servePty(short events) {
   std::uint8_t buffer[kReadSize];
   const ssize_t count = read(master, buffer, sizeof buffer);
   if (count <= 0) return;
-  const auto taken = static_cast<std::size_t>(count);
-  for (std::size_t at = 0; at < taken; at += kFeedSlice) {
-    const ByteView slice(buffer + at, std::min(kFeedSlice, taken - at));
-    ptyUnsent_.add(engine_.feed(kPtyConnection, slice));
-    if (ptyUnsent_.size() <= settings_.maxUnreadBytes) continue;
-    ptyUnsent_.send(master);
-    if (ptyUnsent_.size() <= settings_.maxUnreadBytes) continue;
+  ptyUnsent_.add(engine_.feed(kPtyConnection, ByteView(buffer, static_cast<std::size_t>(count))));
+  ptyUnsent_.send(master);
+  if (ptyUnsent_.size() > settings_.maxUnreadBytes) {
     engine_.warn(kPtyConnection, "replies dropped: more than " +
                                      std::to_string(settings_.maxUnreadBytes) +
                                      " bytes unread on the pseudo-terminal");
     ptyUnsent_.clear();
   }
-  ptyUnsent_.send(master);
 }
 
 void EventLoop::readControl() {

@@ -11,7 +11,8 @@ bool Outbox::send(int fd) {
   while (sent_ < bytes_.size()) {
     const std::uint8_t* data = bytes_.data() + sent_;
     const std::size_t size = bytes_.size() - sent_;
-    const ssize_t written = socket_ ? ::send(fd, data, size, MSG_NOSIGNAL) : ::write(fd, data, size);
+    const ssize_t written =
+        socket_ ? ::send(fd, data, size, MSG_NOSIGNAL) : ::write(fd, data, size);
     if (written < 0 && errno == EINTR) continue;
     if (written < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) break;
     if (written <= 0) return false;

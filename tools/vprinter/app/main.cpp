@@ -2,7 +2,6 @@
 // printer takes over TCP (and a pseudo-terminal), writes each printed
 // label as a PNG, answers queries and journals every command.
 
-#include <malloc.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -111,10 +110,6 @@ int serve(const CommandLineOptions& given) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  // Payload buffers of megabytes come and go as clients send and stall:
-  // each is mapped on its own and given back when freed, rather than left
-  // resident in the heap (glibc would raise this threshold as they go).
-  mallopt(M_MMAP_THRESHOLD, 256 * 1024);
   CommandLineOptions given;
   CLI::App app{"A label printer on the host: renders printed labels to PNG files, answers "
                "queries, journals every command."};

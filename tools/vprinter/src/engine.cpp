@@ -96,7 +96,9 @@ struct Engine::Impl {
   };
 
   explicit Impl(Options given)
-      : options(std::move(given)), printer(options), heldPayloads{options.maxHeldPayloadBytes} {}
+      : options(std::move(given)),
+        printer(options),
+        heldPayloads(options.maxHeldPayloadBytes, options.maxPayloadBytes) {}
 
   JournalEntry entry(ConnectionId connection, std::string command) {
     JournalEntry entry;

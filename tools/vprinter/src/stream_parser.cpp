@@ -12,7 +12,10 @@ constexpr std::size_t kPacketHeaderRest = 14;  // after "!S"
 constexpr std::string_view kPacketName = "!S";
 constexpr int kMostHeaderCommas = 5;  // BITMAP X,Y,WIDTHBYTES,HEIGHT,MODE,
 
-int little16(const Bytes& bytes, std::size_t at) { return bytes[at] | (bytes[at + 1] << 8); }
+template <typename Fields>
+int little16(const Fields& bytes, std::size_t at) {
+  return bytes[at] | (bytes[at + 1] << 8);
+}
 
 // ~! is followed by an upper-case letter or @; anything else is text.
 bool tildeCode(std::uint8_t byte) { return (byte >= 'A' && byte <= 'Z') || byte == '@'; }
@@ -120,7 +123,6 @@ bool StreamParser::continuesHeld(std::uint8_t byte) {
     if (byte != 'S') return false;
     held_.clear();
     mode_ = Mode::PacketHeader;
-    binary_.clear();
     received_ = 0;
     expected_ = kPacketHeaderRest;
     hash_ = hashBytes(kHashStart, viewOf(kPacketName));
@@ -196,7 +198,6 @@ void StreamParser::startPayload(PayloadKind kind, std::size_t length) {
   expected_ = length;
   received_ = 0;
   hash_ = kHashStart;
-  binary_.clear();
   if (length > limits_.maxPayloadBytes) {
     refusal_ = "a payload of " + std::to_string(length) + " bytes is more than the " +
                std::to_string(limits_.maxPayloadBytes) + " one may claim";
@@ -220,15 +221,13 @@ void StreamParser::takeBinary(ByteView bytes) {
     release();
     return;
   }
-  binary_.insert(binary_.end(), bytes.begin(), bytes.end());
-  counted_ += bytes.size();
+  binary_.append(bytes);
   heldPayloads_.bytes += bytes.size();
 }
 
 void StreamParser::release() {
-  heldPayloads_.bytes -= counted_;
-  counted_ = 0;
-  binary_ = Bytes();
+  heldPayloads_.bytes -= binary_.size();
+  binary_.clear();
 }
 
 std::size_t StreamParser::payloadBytes(ByteView bytes) {
@@ -240,7 +239,7 @@ std::size_t StreamParser::payloadBytes(ByteView bytes) {
 
 void StreamParser::endPayload() {
   if (refusal_.empty()) {
-    sink_.payload(header_, kind_, binary_);
+    sink_.payload(header_, kind_, binary_.join(heldPayloads_.whole));
   } else {
     sink_.dropped(payloadName(kind_), refusal_, received_, hash_);
   }
@@ -250,13 +249,12 @@ void StreamParser::endPayload() {
 std::size_t StreamParser::packetHeaderBytes(ByteView bytes) {
   const std::size_t taken = std::min(bytes.size(), expected_ - received_);
   hash_ = hashBytes(hash_, bytes.first(taken));
+  std::copy_n(bytes.begin(), taken, packetFields_.begin() + static_cast<std::ptrdiff_t>(received_));
   received_ += taken;
-  binary_.insert(binary_.end(), bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(taken));
   if (received_ < expected_) return taken;
 
-  packet_ = {little16(binary_, 0), little16(binary_, 2), little16(binary_, 4),
-             little16(binary_, 6)};
-  binary_.clear();
+  packet_ = {little16(packetFields_, 0), little16(packetFields_, 2), little16(packetFields_, 4),
+             little16(packetFields_, 6)};
   received_ = 0;
   expected_ = packet_.rasterSize();
   hash_ = kHashStart;
@@ -279,7 +277,7 @@ std::size_t StreamParser::packetStreamBytes(ByteView bytes) {
 
 void StreamParser::endPacket() {
   if (refusal_.empty()) {
-    sink_.packet(packet_, binary_);
+    sink_.packet(packet_, binary_.join(heldPayloads_.whole));
   } else {
     sink_.dropped(kPacketName, refusal_, received_, hash_);
   }

@@ -5,6 +5,7 @@
 // its state between feeds, so any split of the bytes gives the same
 // events, and it buffers at most one line or one bounded payload.
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -12,8 +13,9 @@
 
 #include <orvante/bytes.hpp>
 
-#include "lzss_extent.hpp"
 #include "command_line.hpp"
+#include "lzss_extent.hpp"
+#include "payload_buffer.hpp"
 #include "payload_header.hpp"
 
 namespace orvante::vprinter {
@@ -60,16 +62,22 @@ struct ParserLimits {
 };
 
 // What the unfinished payloads of all of an engine's parsers hold
-// together, and the most they may hold.
+// together and the most they may hold, the chunks they share, and where a
+// complete one is joined in one piece.
 struct HeldPayloads {
-  std::size_t limit = 64 * 1024 * 1024;
+  HeldPayloads(std::size_t limit, std::size_t largestPayload)
+      : limit(limit), chunks(largestPayload) {}
+
+  std::size_t limit;
   std::size_t bytes = 0;
+  ChunkPool chunks;  // keeps a payload's worth of spare chunks
+  Bytes whole;       // keeps the room of the largest payload joined
 };
 
 class StreamParser {
  public:
   StreamParser(ParserSink& sink, ParserLimits limits, HeldPayloads& held)
-      : sink_(sink), limits_(limits), heldPayloads_(held) {}
+      : sink_(sink), limits_(limits), heldPayloads_(held), binary_(held.chunks) {}
   ~StreamParser() { release(); }
   StreamParser(const StreamParser&) = delete;
   StreamParser& operator=(const StreamParser&) = delete;
@@ -126,8 +134,8 @@ class StreamParser {
   std::size_t expected_ = 0;
   std::size_t received_ = 0;
   std::string refusal_;  // why the binary part is skipped, if it is
-  Bytes binary_;         // grows as bytes come, never by the claim
-  std::size_t counted_ = 0;  // bytes of binary_ counted in heldPayloads_
+  PayloadBuffer binary_;  // grows as bytes come, never by the claim
+  std::array<std::uint8_t, 14> packetFields_{};  // after "!S"
   std::uint64_t hash_ = 0;
   ::orvante::vprinter::PacketHeader packet_;
   LzssExtent extent_{0};

@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -44,16 +45,24 @@ inline bool eventuallyTrue(const std::function<bool()>& condition) {
 // orvante-vprinter on a free port, in a folder of its own.
 class PrinterProcess {
  public:
+  // An --out among the extra arguments takes the place of the labels
+  // folder in the printer's own folder.
   explicit PrinterProcess(std::vector<std::string> extra = {}) {
     char folder[] = "/tmp/vprinter-test-XXXXXX";
     folder_ = mkdtemp(folder);
+    labels_ = folder_ / "labels";
     int control[2];
     EXPECT_EQ(pipe2(control, O_CLOEXEC), 0);
     control_ = control[1];
     std::vector<std::string> args{VPRINTER_EXECUTABLE, "--listen", "127.0.0.1:0",
                                   "--port-file", (folder_ / "port").string(),
-                                  "--out", (folder_ / "labels").string(),
                                   "--journal", (folder_ / "journal.jsonl").string()};
+    if (const auto out = std::find(extra.begin(), extra.end(), "--out");
+        out != extra.end() && out + 1 != extra.end()) {
+      labels_ = *(out + 1);
+    } else {
+      args.insert(args.end(), {"--out", labels_.string()});
+    }
     args.insert(args.end(), extra.begin(), extra.end());
     std::vector<char*> argv;
     for (auto& arg : args) argv.push_back(arg.data());
@@ -77,7 +86,8 @@ class PrinterProcess {
   }
 
   int port() const { return port_; }
-  fs::path labels() const { return folder_ / "labels"; }
+  pid_t pid() const { return pid_; }
+  fs::path labels() const { return labels_; }
   std::string printed() const { return readFile(folder_ / "stdout"); }
   std::string journal() const { return readFile(folder_ / "journal.jsonl"); }
   void control(const std::string& line) {
@@ -95,6 +105,7 @@ class PrinterProcess {
 
  private:
   fs::path folder_;
+  fs::path labels_;
   pid_t pid_ = -1;
   int control_ = -1;
   int port_ = 0;

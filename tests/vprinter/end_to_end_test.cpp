@@ -24,6 +24,7 @@
 
 #include <orvante/orvante.hpp>
 
+#include "loopback_client.hpp"
 #include "printer_process.hpp"
 
 namespace {
@@ -33,6 +34,7 @@ using namespace std::chrono_literals;
 using orvante::testing::PrinterProcess;
 using orvante::testing::eventuallyTrue;
 using orvante::testing::readFile;
+using orvante::vprinter::testing::connectTo;
 
 // The colour of a dot of a PNG, 0 black.
 std::uint32_t pngDot(const fs::path& path, int x, int y) {
@@ -91,12 +93,7 @@ TEST(EndToEnd, LibrarySessionPrintsLabelsAndGetsItsAnswers) {
 
 TEST(EndToEnd, ConnectionDropsAfterTheBytesAsked) {
   PrinterProcess printer({"--drop-after", "10"});
-  const int socket = ::socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(static_cast<std::uint16_t>(printer.port()));
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  ASSERT_EQ(connect(socket, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  const int socket = connectTo(printer.port());
   const std::string bytes = "CLS\r\nBAR 1,1,2,2\r\n";
   ASSERT_EQ(send(socket, bytes.data(), bytes.size(), MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
   char reply[16];
@@ -106,6 +103,25 @@ TEST(EndToEnd, ConnectionDropsAfterTheBytesAsked) {
       [&] { return printer.journal().find("the connection closed inside a line") != std::string::npos; }))
       << printer.journal();
   EXPECT_EQ(printer.stop(), 0);
+}
+
+TEST(EndToEnd, LabelsOfAnEarlierRunInTheFolderStay) {
+  char made[] = "/tmp/vprinter-labels-XXXXXX";
+  const fs::path folder = mkdtemp(made);
+  for (const char* name : {"label-0002.png", "label-0007.png", "label-x.png", "notes.txt"}) {
+    std::ofstream(folder / name) << "earlier";
+  }
+  {
+    PrinterProcess printer({"--out", folder.string()});
+    const int socket = connectTo(printer.port());
+    const std::string label = "SIZE 10 mm,10 mm\r\nCLS\r\nPRINT 1\r\n";
+    ASSERT_EQ(send(socket, label.data(), label.size(), MSG_NOSIGNAL), static_cast<ssize_t>(label.size()));
+    EXPECT_TRUE(eventuallyTrue([&] { return fs::exists(folder / "label-0008.png"); }))
+        << printer.printed();
+    close(socket);
+  }
+  EXPECT_EQ(readFile(folder / "label-0007.png"), "earlier");
+  fs::remove_all(folder);
 }
 
 }  // namespace

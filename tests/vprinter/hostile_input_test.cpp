@@ -35,6 +35,38 @@ TEST(HostileInput, PayloadCutOffByAClosedConnection) {
   expectServing(rig, 3);
 }
 
+TEST(HostileInput, PayloadsHoldOnlyWhatTheirLimitsAllow) {
+  Options options;
+  options.maxPayloadBytes = 1000;
+  options.maxHeldPayloadBytes = 1500;
+  PrinterRig rig(options);
+  // A claim past the limit: its bytes are skipped and the connection goes on.
+  rig.feed("DOWNLOAD \"BIG\",1001," + std::string(1001, 'z') + "\r\n");
+  EXPECT_NE(rig.last().find("a payload of 1001 bytes is more than the 1000 one may claim"),
+            std::string::npos)
+      << rig.last();
+  EXPECT_FALSE(rig.engine.insidePayload(1));
+
+  // What a closed connection held is given back.
+  rig.feed("DOWNLOAD \"D\",1000," + std::string(999, 'd'), 4);
+  EXPECT_TRUE(rig.engine.insidePayload(4));
+  rig.engine.disconnect(4);
+  // Two unfinished payloads: the one whose bytes would pass 1500 held
+  // bytes is dropped, the other is stored.
+  rig.feed("DOWNLOAD \"A\",1000," + std::string(900, 'a'), 2);
+  rig.feed("DOWNLOAD \"B\",1000," + std::string(700, 'b'), 3);
+  rig.feed(std::string(300, 'b') + "\r\n", 3);
+  EXPECT_NE(rig.last().find("unfinished payloads would hold more than 1500 bytes: dropped"),
+            std::string::npos)
+      << rig.last();
+  EXPECT_NE(rig.last().find("\"length\":1000,"), std::string::npos) << rig.last();
+  rig.feed(std::string(100, 'a') + "\r\n", 2);
+  EXPECT_NE(rig.last().find("\"stored\":\"A\""), std::string::npos) << rig.last();
+  rig.feed("DOWNLOAD \"C\",1000," + std::string(1000, 'c') + "\r\n", 3);
+  EXPECT_NE(rig.last().find("\"stored\":\"C\""), std::string::npos) << rig.last();
+  expectServing(rig, 3);
+}
+
 TEST(HostileInput, LzssStreamThatCannotDecodeIsDropped) {
   PrinterRig rig;
   rig.feed("SIZE 10 mm, 10 mm\r\n");

@@ -88,6 +88,21 @@ TEST(StreamParser, LineEndsAndKeywordsAreForgiving) {
       << rig.journal[1];
 }
 
+TEST(StreamParser, TheQuoteEscapeStaysInsideItsQuotedField) {
+  PrinterRig rig;
+  // The escape's quote must not end the name: the header's commas follow it.
+  rig.feed("DOWNLOAD F,\"A\\[\"]B\",3,xyz\r\n");
+  EXPECT_NE(rig.last().find("\"payload\":{\"length\":3,"), std::string::npos) << rig.last();
+  EXPECT_NE(rig.last().find("\"stored\":\"A\\\"B\""), std::string::npos) << rig.last();
+  EXPECT_EQ(rig.feed("~!F"), "A\"B\r\x1a");
+  // A quote right after \[ that no ] follows closes the field.
+  rig.feed("DOWNLOAD \"C\\[\",2,ab\r\n");
+  EXPECT_NE(rig.last().find("\"stored\":\"C\\\\[\""), std::string::npos) << rig.last();
+  rig.feed("TEXT 10,10,\"3\",0,1,1,\"say \\[\"]hi\\[\"], ok\"\r\n");
+  EXPECT_NE(rig.last().find("\"say \\\"hi\\\", ok\"],\"outcome\":\"ok\""), std::string::npos)
+      << rig.last();
+}
+
 TEST(StreamParser, ThePayloadsLineEndIsNotAnEmptyLine) {
   PrinterRig rig;
   // The empty line after RFIDDETECT would answer the tag; the line end

@@ -1,6 +1,6 @@
 #pragma once
 // Printed labels as PNG files label-0001.png, label-0002.png... in one
-// folder, numbered across the run.
+// folder, numbered across the run, after any an earlier run left there.
 
 #include <filesystem>
 #include <string>

@@ -6,6 +6,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <fstream>
 #include <iostream>
@@ -30,10 +32,12 @@ struct CommandLineOptions {
   std::string status = "00";
   std::size_t dropAfter = 0;
   std::string portFile;
+  double idleTimeout = 30;
+  std::size_t maxUnread = LoopSettings{}.maxUnreadBytes;
 };
 
-// A journal that stays readable while the printer runs: every line is
-// flushed as it is written.
+// A journal that stays readable while the printer runs: its lines are
+// flushed each time the printer waits for more to do.
 class JournalFile {
  public:
   explicit JournalFile(const std::string& path) {
@@ -47,7 +51,10 @@ class JournalFile {
     target_ = &file_;
   }
   void write(std::string_view line) {
-    if (target_) *target_ << line << '\n' << std::flush;
+    if (target_) *target_ << line << '\n';
+  }
+  void flush() {
+    if (target_) target_->flush();
   }
 
  private:
@@ -76,6 +83,9 @@ int serve(const CommandLineOptions& given) {
   const Endpoint endpoint = parseEndpoint(given.listen);
   settings.listener = listenOn(endpoint);
   settings.dropAfter = given.dropAfter;
+  settings.maxUnreadBytes = given.maxUnread;
+  settings.idleTimeout = std::chrono::milliseconds(std::llround(given.idleTimeout * 1000));
+  settings.beforeWait = [&journal] { journal.flush(); };
   const int port = boundPort(settings.listener);
   std::string ptyPath;
   if (given.pty) {
@@ -121,6 +131,14 @@ int main(int argc, char** argv) {
       ->capture_default_str();
   app.add_option("--drop-after", given.dropAfter, "close each connection after N bytes (tests)");
   app.add_option("--port-file", given.portFile, "write the listening port to FILE");
+  app.add_option("--idle-timeout", given.idleTimeout,
+                 "close a connection silent this many seconds inside a payload (0: never)")
+      ->check(CLI::Range(0.0, 86400.0))
+      ->capture_default_str();
+  app.add_option("--max-unread", given.maxUnread,
+                 "drop a client that leaves more than BYTES of replies unread")
+      ->check(CLI::PositiveNumber)
+      ->capture_default_str();
   CLI11_PARSE(app, argc, argv);
   try {
     return serve(given);

@@ -50,7 +50,10 @@ int listenOn(const Endpoint& endpoint) {
     }
     const int yes = 1;
     setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
-    if (bind(socket, address->ai_addr, address->ai_addrlen) != 0 || listen(socket, 16) != 0) {
+    // A burst of connects, hundreds at once, waits in the kernel's queue
+    // (the system's own limit caps it) rather than being retried seconds later.
+    if (bind(socket, address->ai_addr, address->ai_addrlen) != 0 ||
+        listen(socket, SOMAXCONN) != 0) {
       error = errno;
       close(socket);
       socket = -1;

@@ -36,10 +36,14 @@ struct Engine::Impl {
     Connection(Impl& engine, ConnectionId id)
         : engine_(engine),
           id_(id),
-          parser_(*this, {engine.options.maxLineBytes, packetLimit(engine.options)}) {}
+          parser_(*this,
+                  {engine.options.maxLineBytes, packetLimit(engine.options),
+                   engine.options.maxPayloadBytes},
+                  engine.heldPayloads) {}
 
     void feed(ByteView bytes) { parser_.feed(bytes); }
     void finish() { parser_.finish(); }
+    bool insidePayload() const { return parser_.insidePayload(); }
 
     void line(std::string_view text) override { engine_.line(id_, text); }
     void immediate(std::uint8_t lead, std::uint8_t code) override {
@@ -91,7 +95,10 @@ struct Engine::Impl {
     StreamParser parser_;
   };
 
-  explicit Impl(Options given) : options(std::move(given)), printer(options) {}
+  explicit Impl(Options given)
+      : options(std::move(given)),
+        printer(options),
+        heldPayloads(options.maxHeldPayloadBytes, options.maxPayloadBytes) {}
 
   JournalEntry entry(ConnectionId connection, std::string command) {
     JournalEntry entry;
@@ -142,6 +149,7 @@ struct Engine::Impl {
 
   Options options;
   Printer printer;
+  HeldPayloads heldPayloads;  // outlives the connections' parsers
   std::map<ConnectionId, std::unique_ptr<Connection>> connections;
 };
 
@@ -176,6 +184,17 @@ void Engine::disconnect(ConnectionId connection) {
   if (found == impl_->connections.end()) return;
   found->second->finish();
   impl_->connections.erase(found);
+}
+
+bool Engine::insidePayload(ConnectionId connection) const {
+  const auto found = impl_->connections.find(connection);
+  return found != impl_->connections.end() && found->second->insidePayload();
+}
+
+void Engine::warn(ConnectionId connection, std::string_view reason) {
+  JournalEntry entry = impl_->entry(connection, "");
+  entry.warn(std::string(reason));
+  impl_->record(entry);
 }
 
 std::vector<PrintedLabel> Engine::takePrinted() { return std::exchange(impl_->printer.printed, {}); }

@@ -12,7 +12,10 @@ constexpr std::size_t kPacketHeaderRest = 14;  // after "!S"
 constexpr std::string_view kPacketName = "!S";
 constexpr int kMostHeaderCommas = 5;  // BITMAP X,Y,WIDTHBYTES,HEIGHT,MODE,
 
-int little16(const Bytes& bytes, std::size_t at) { return bytes[at] | (bytes[at + 1] << 8); }
+template <typename Fields>
+int little16(const Fields& bytes, std::size_t at) {
+  return bytes[at] | (bytes[at + 1] << 8);
+}
 
 // ~! is followed by an upper-case letter or @; anything else is text.
 bool tildeCode(std::uint8_t byte) { return (byte >= 'A' && byte <= 'Z') || byte == '@'; }
@@ -53,7 +56,9 @@ void StreamParser::feed(ByteView bytes) {
 }
 
 void StreamParser::finish() {
-  const std::string reason = "the connection closed after " + std::to_string(received_) + " of " +
+  // A payload refused earlier says why as well.
+  const std::string reason = (refusal_.empty() ? "" : refusal_ + "; ") +
+                             "the connection closed after " + std::to_string(received_) + " of " +
                              std::to_string(expected_) + " bytes";
   switch (mode_) {
     case Mode::Payload:
@@ -73,9 +78,10 @@ void StreamParser::finish() {
   }
   line_.clear();
   held_.clear();
-  binary_ = Bytes();
+  refusal_.clear();
+  release();
   mode_ = Mode::Line;
-  inQuotes_ = afterCr_ = afterBinary_ = false;
+  inQuotes_ = quoteOrEscape_ = afterCr_ = afterBinary_ = false;
   commas_ = 0;
   skipped_ = 0;
 }
@@ -117,7 +123,6 @@ bool StreamParser::continuesHeld(std::uint8_t byte) {
     if (byte != 'S') return false;
     held_.clear();
     mode_ = Mode::PacketHeader;
-    binary_.clear();
     received_ = 0;
     expected_ = kPacketHeaderRest;
     hash_ = hashBytes(kHashStart, viewOf(kPacketName));
@@ -151,9 +156,18 @@ void StreamParser::textByte(std::uint8_t byte) {
     skipped_ = line_.size() + 1;
     return;
   }
+  if (quoteOrEscape_) {
+    // The quote after \[ is the escape \["] only when ] follows it.
+    quoteOrEscape_ = false;
+    if (byte != ']') inQuotes_ = false;
+  }
   line_.push_back(static_cast<char>(byte));
   if (byte == '"') {
-    inQuotes_ = !inQuotes_;
+    if (inQuotes_ && line_.ends_with("\\[\"")) {
+      quoteOrEscape_ = true;
+    } else {
+      inQuotes_ = !inQuotes_;
+    }
   } else if (byte == ',' && !inQuotes_ && ++commas_ <= kMostHeaderCommas) {
     // Only the first few commas can end a payload header; later ones
     // would make a long line cost its length squared.
@@ -172,29 +186,48 @@ void StreamParser::endLine() {
     sink_.line(line_);
   }
   line_.clear();
-  inQuotes_ = false;
+  inQuotes_ = quoteOrEscape_ = false;
   commas_ = 0;
 }
 
 void StreamParser::startPayload(PayloadKind kind, std::size_t length) {
   header_ = std::exchange(line_, {});
-  inQuotes_ = false;
+  inQuotes_ = quoteOrEscape_ = false;
   commas_ = 0;
   kind_ = kind;
   expected_ = length;
   received_ = 0;
   hash_ = kHashStart;
-  binary_.clear();
-  refusal_ = sink_.refusePayload(header_, kind, length);
-  if (refusal_.empty()) binary_.reserve(length);
+  if (length > limits_.maxPayloadBytes) {
+    refusal_ = "a payload of " + std::to_string(length) + " bytes is more than the " +
+               std::to_string(limits_.maxPayloadBytes) + " one may claim";
+  } else {
+    refusal_ = sink_.refusePayload(header_, kind, length);
+  }
   mode_ = Mode::Payload;
   if (length == 0) endPayload();
 }
 
+// Keeps the bytes of a payload or packet stream as they come; one that
+// would take all connections' unfinished payloads past their limit is
+// dropped, and its further bytes only counted.
 void StreamParser::takeBinary(ByteView bytes) {
   hash_ = hashBytes(hash_, bytes);
   received_ += bytes.size();
-  if (refusal_.empty()) binary_.insert(binary_.end(), bytes.begin(), bytes.end());
+  if (!refusal_.empty()) return;
+  if (heldPayloads_.bytes + bytes.size() > heldPayloads_.limit) {
+    refusal_ = "unfinished payloads would hold more than " + std::to_string(heldPayloads_.limit) +
+               " bytes: dropped";
+    release();
+    return;
+  }
+  binary_.append(bytes);
+  heldPayloads_.bytes += bytes.size();
+}
+
+void StreamParser::release() {
+  heldPayloads_.bytes -= binary_.size();
+  binary_.clear();
 }
 
 std::size_t StreamParser::payloadBytes(ByteView bytes) {
@@ -206,7 +239,7 @@ std::size_t StreamParser::payloadBytes(ByteView bytes) {
 
 void StreamParser::endPayload() {
   if (refusal_.empty()) {
-    sink_.payload(header_, kind_, binary_);
+    sink_.payload(header_, kind_, binary_.join(heldPayloads_.whole));
   } else {
     sink_.dropped(payloadName(kind_), refusal_, received_, hash_);
   }
@@ -216,13 +249,12 @@ void StreamParser::endPayload() {
 std::size_t StreamParser::packetHeaderBytes(ByteView bytes) {
   const std::size_t taken = std::min(bytes.size(), expected_ - received_);
   hash_ = hashBytes(hash_, bytes.first(taken));
+  std::copy_n(bytes.begin(), taken, packetFields_.begin() + static_cast<std::ptrdiff_t>(received_));
   received_ += taken;
-  binary_.insert(binary_.end(), bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(taken));
   if (received_ < expected_) return taken;
 
-  packet_ = {little16(binary_, 0), little16(binary_, 2), little16(binary_, 4),
-             little16(binary_, 6)};
-  binary_.clear();
+  packet_ = {little16(packetFields_, 0), little16(packetFields_, 2), little16(packetFields_, 4),
+             little16(packetFields_, 6)};
   received_ = 0;
   expected_ = packet_.rasterSize();
   hash_ = kHashStart;
@@ -245,7 +277,7 @@ std::size_t StreamParser::packetStreamBytes(ByteView bytes) {
 
 void StreamParser::endPacket() {
   if (refusal_.empty()) {
-    sink_.packet(packet_, binary_);
+    sink_.packet(packet_, binary_.join(heldPayloads_.whole));
   } else {
     sink_.dropped(kPacketName, refusal_, received_, hash_);
   }
@@ -256,7 +288,7 @@ void StreamParser::backToLines() {
   mode_ = Mode::Line;
   afterBinary_ = true;
   refusal_.clear();
-  binary_ = Bytes();
+  release();
 }
 
 }  // namespace orvante::vprinter

@@ -5,6 +5,7 @@
 // its state between feeds, so any split of the bytes gives the same
 // events, and it buffers at most one line or one bounded payload.
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -12,8 +13,9 @@
 
 #include <orvante/bytes.hpp>
 
-#include "lzss_extent.hpp"
 #include "command_line.hpp"
+#include "lzss_extent.hpp"
+#include "payload_buffer.hpp"
 #include "payload_header.hpp"
 
 namespace orvante::vprinter {
@@ -56,15 +58,37 @@ class ParserSink {
 struct ParserLimits {
   std::size_t maxLineBytes = 32 * 1024;
   std::size_t maxPacketRaster = 4 * 1024 * 1024;
+  std::size_t maxPayloadBytes = 8 * 1024 * 1024;  // the most a payload may claim
+};
+
+// What the unfinished payloads of all of an engine's parsers hold
+// together and the most they may hold, the chunks they share, and where a
+// complete one is joined in one piece.
+struct HeldPayloads {
+  HeldPayloads(std::size_t limit, std::size_t largestPayload)
+      : limit(limit), chunks(largestPayload) {}
+
+  std::size_t limit;
+  std::size_t bytes = 0;
+  ChunkPool chunks;  // keeps a payload's worth of spare chunks
+  Bytes whole;       // keeps the room of the largest payload joined
 };
 
 class StreamParser {
  public:
-  StreamParser(ParserSink& sink, ParserLimits limits) : sink_(sink), limits_(limits) {}
+  StreamParser(ParserSink& sink, ParserLimits limits, HeldPayloads& held)
+      : sink_(sink), limits_(limits), heldPayloads_(held), binary_(held.chunks) {}
+  ~StreamParser() { release(); }
+  StreamParser(const StreamParser&) = delete;
+  StreamParser& operator=(const StreamParser&) = delete;
 
   void feed(ByteView bytes);
   // The bytes have ended (the connection closed).
   void finish();
+  // Inside a payload or packet whose bytes have not all come.
+  bool insidePayload() const {
+    return mode_ == Mode::Payload || mode_ == Mode::PacketHeader || mode_ == Mode::PacketStream;
+  }
 
  private:
   enum class Mode {
@@ -87,15 +111,18 @@ class StreamParser {
   void endPayload();
   void endPacket();
   void takeBinary(ByteView bytes);
+  void release();
   void backToLines();
 
   ParserSink& sink_;
   ParserLimits limits_;
+  HeldPayloads& heldPayloads_;
   Mode mode_ = Mode::Line;
 
   std::string line_;
   std::string held_;          // the start of a possible immediate command
   bool inQuotes_ = false;     // inside a quoted argument of line_
+  bool quoteOrEscape_ = false;  // line_ ends with \[" inside quotes: ] makes it \["]
   int commas_ = 0;            // unquoted commas in line_
   bool afterCr_ = false;      // an LF now ends nothing
   bool afterBinary_ = false;  // the line end that closes a payload is its own
@@ -107,7 +134,8 @@ class StreamParser {
   std::size_t expected_ = 0;
   std::size_t received_ = 0;
   std::string refusal_;  // why the binary part is skipped, if it is
-  Bytes binary_;
+  PayloadBuffer binary_;  // grows as bytes come, never by the claim
+  std::array<std::uint8_t, 14> packetFields_{};  // after "!S"
   std::uint64_t hash_ = 0;
   ::orvante::vprinter::PacketHeader packet_;
   LzssExtent extent_{0};

@@ -32,6 +32,19 @@ struct Options {
   int maxLabelWidthDots = 2400;
   int maxLabelHeightDots = 12000;
   int maxCopiesPerPrint = 1000;
+  // The most a BITMAP or DOWNLOAD payload may claim. A larger claim is
+  // refused: journaled, its bytes skipped as they come, and the connection
+  // goes on. (A bitmap must also fit the largest label, a file the free
+  // memory, a packet's raster the largest label.) A payload's buffer grows
+  // with the bytes that have come, never by its claim, and a connection is
+  // inside one payload at a time: this is also the most one connection
+  // holds, besides one line of maxLineBytes.
+  std::size_t maxPayloadBytes = 8 * 1024 * 1024;
+  // The most that the unfinished payloads and packets of all connections
+  // hold together. The one whose bytes would pass it is dropped: its
+  // bytes so far freed, the rest skipped as they come, and journaled when
+  // it ends; the others go on.
+  std::size_t maxHeldPayloadBytes = 64 * 1024 * 1024;
 
   // Takes each printed label and says where it went (a PNG path) for the
   // journal. Without it, labels wait for Engine::takePrinted().
@@ -55,6 +68,12 @@ class Engine {
   // The connection is gone: a payload it left unfinished is journaled and
   // dropped, and its parse state forgotten.
   void disconnect(ConnectionId connection);
+  // Whether the connection is inside a payload or packet whose bytes have
+  // not all come (a front end may close one that stays silent there).
+  bool insidePayload(ConnectionId connection) const;
+  // Journals the front end's warning about a connection, such as why it
+  // closed it, as a line of its own with no command.
+  void warn(ConnectionId connection, std::string_view reason);
 
   // Labels printed since the last call (only when Options::onPrinted is empty).
   std::vector<PrintedLabel> takePrinted();

@@ -130,6 +130,9 @@ TEST(UntrustedText, TheLanguagesEncodingsCannotSmuggleAnImmediateCommand) {
 
 TEST(UntrustedText, DeviceSettingsAreEscapedOrRefusedAndTheSessionKeepsItsBytes) {
   EXPECT_EQ(commands::wifiSsidLine("My \"Net\""), "WLAN SSID \"My \\[\"]Net\\[\"]\"\r\n");
+  PrinterRig rig;
+  rig.feed(commands::wifiSsidLine("Shop \"North\", 2.4 GHz"));
+  EXPECT_TRUE(rig.journaled("\"SSID\":\"Shop \\\"North\\\", 2.4 GHz\"")) << rig.last();
   EXPECT_THROW(commands::wifiWpaLine("pw\"\r\nWLAN DEFAULT"), std::invalid_argument);
   EXPECT_THROW(commands::wifiStaticIpLine("10.0.0.1", "255.0.0.0\n", "10.0.0.254"),
                std::invalid_argument);

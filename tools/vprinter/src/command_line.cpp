@@ -54,6 +54,7 @@ CommandLine CommandLine::parse(std::string_view line) {
   const std::string_view keyword = leadingKeyword(line);
   command.keyword = upperCase(keyword);
   std::size_t at = static_cast<std::size_t>(keyword.data() - line.data()) + keyword.size();
+  command.rest = std::string(trimmed(line.substr(at)));
   if (trimmed(line.substr(at)).empty()) return command;
   for (;;) {
     while (at < line.size() && blank(line[at])) ++at;

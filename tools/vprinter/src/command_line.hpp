@@ -18,6 +18,9 @@ struct Argument {
 struct CommandLine {
   std::string keyword;  // upper case
   std::vector<Argument> arguments;
+  // The line after its keyword, as it stands: lines whose second word
+  // names a setting ("WLAN SSID ...") parse it again.
+  std::string rest;
 
   static CommandLine parse(std::string_view line);
 };

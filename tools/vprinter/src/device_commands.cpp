@@ -18,10 +18,6 @@ std::pair<std::string, std::string> wordAndRest(std::string_view field) {
   return {upperCase(field.substr(0, blank)), std::string(trimmed(field.substr(blank)))};
 }
 
-std::string unquoted(std::string text) {
-  if (text.size() >= 2 && text.front() == '"' && text.back() == '"') return text.substr(1, text.size() - 2);
-  return text;
-}
 
 void answer(Printer& printer, JournalEntry& entry, const std::string& text) {
   printer.reply(text);
@@ -78,9 +74,12 @@ void rfid(Printer& printer, const CommandLine& command, JournalEntry& entry) {
 }
 
 // WLAN SSID "x" / WPA "x" / WEP N,"x" / DHCP / PORT N / IP "a","m","g" / DEFAULT
-void wlan(Printer& printer, const CommandLine& command, JournalEntry&) {
-  const Arguments args = printer.arguments(command);
-  const auto [setting, rest] = wordAndRest(args.text(0, "setting"));
+void wlan(Printer& printer, const CommandLine& command, JournalEntry& entry) {
+  // The setting word leads a line of its own values, quoted ones included.
+  const CommandLine values = CommandLine::parse(command.rest);
+  const std::string& setting = values.keyword;
+  const Arguments args = printer.arguments(values);
+  if (setting.empty()) throw CommandWarning("WLAN needs a setting");
   if (setting == "DEFAULT") {
     printer.wlan.clear();
     return;
@@ -93,13 +92,14 @@ void wlan(Printer& printer, const CommandLine& command, JournalEntry&) {
       {"SSID", 1}, {"WPA", 1}, {"WEP", 2}, {"PORT", 1}, {"IP", 3}};
   const auto fields = kFields.find(setting);
   if (fields == kFields.end()) throw CommandWarning("unknown WLAN setting \"" + setting + "\"");
-  std::string value = unquoted(rest);
+  if (values.arguments.empty()) throw CommandWarning("WLAN " + setting + " needs a value");
+  std::string value = args.text(0, "value");
   for (std::size_t i = 1; i < fields->second; ++i) value += "," + args.text(i, "value");
-  if (rest.empty()) throw CommandWarning("WLAN " + setting + " needs a value");
   if (setting == "PORT" && value.find_first_not_of("0123456789") != std::string::npos) {
     throw CommandWarning("port is not a number: \"" + value + "\"");
   }
   printer.wlan[setting] = value;
+  entry.notes.emplace_back(setting, value);
   if (setting == "IP") printer.wlan["ADDRESSING"] = "STATIC";
 }
 

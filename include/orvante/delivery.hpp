@@ -9,12 +9,13 @@
 // label, in flight at the fault, may print twice.
 //
 //   orvante::Delivery delivery("tcp://192.168.1.50");
-//   delivery.onWaiting([](const std::string& why) { std::cerr << why << '\n'; });
+//   delivery.onWaiting([](const orvante::Delivery::Wait& wait) { std::cerr << wait.reason << '\n'; });
 //   for (const auto& label : labels) delivery.print(label);
 
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include <orvante/bytes.hpp>
@@ -43,9 +44,14 @@ class Delivery {
  public:
   using Options = DeliveryOptions;
 
-  // Why the delivery waits, in words ("cannot reach the printer: Connection
-  // refused", "out of paper"); the empty text once it goes on.
-  using Waiting = std::function<void(const std::string& reason)>;
+  // Why the delivery waits: the reason in words ("cannot reach the
+  // printer: Connection refused", "out of paper") and, for a fault, the
+  // status the printer reported; an empty reason once it goes on.
+  struct Wait {
+    std::string reason;
+    std::optional<PrinterStatus> fault;
+  };
+  using Waiting = std::function<void(const Wait& wait)>;
 
   // Stopped: stop() was called, from any thread, while a label waited.
   class Stopped : public Error {
@@ -59,6 +65,9 @@ class Delivery {
   Delivery& operator=(const Delivery&) = delete;
 
   void onWaiting(Waiting waiting);
+  // Asked before each attempt and while waiting: true stops the delivery
+  // as stop() does (a job that was cancelled).
+  void stopWhen(std::function<bool()> shouldStop);
 
   // Returns the printer's status once it confirmed the bytes. Throws
   // Stopped, or Error when giveUpAfter passed with the last reason.

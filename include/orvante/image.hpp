@@ -50,6 +50,11 @@ class Image {
   Size size() const { return {width_ / scale_, height_ / scale_}; }
   const Bytes& rgba() const { return rgba_; }
 
+  // The image stretched to exactly width x height pixels (the aspect ratio
+  // is the caller's), smoothly; the empty image for a size that is not
+  // positive or past kMaxRenderedPixels.
+  Image scaled(int width, int height) const;
+
  private:
   int width_ = 0;
   int height_ = 0;

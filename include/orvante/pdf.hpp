@@ -48,6 +48,11 @@ class PdfDocument {
   // (crop) box turned by its own rotation. None for a page it lacks.
   std::optional<Size> pageSize(int page) const;
   bool isOpen() const { return impl_ != nullptr; }
+  // The page (counted from 1) drawn on white into exactly width x height
+  // pixels, stretched to them. The empty image for a page the document
+  // lacks, a size that is not positive or past kMaxRenderedPixels, and in
+  // a build without PDF support.
+  Image drawPage(int page, int width, int height) const;
 
  private:
   friend struct pdf::Access;

@@ -17,9 +17,10 @@ using SteadyClock = std::chrono::steady_clock;
 // The conditions in which a printer prints nothing.
 constexpr std::uint8_t kFaults = 0x01 | 0x02 | 0x04 | 0x08 | 0x10 | 0x80;
 
-bool faulty(PrinterStatus status) {
-  return (status.byte & kFaults) != 0;
-}
+bool faulty(PrinterStatus status) { return (status.byte & kFaults) != 0; }
+
+// How often a stop condition is asked while a delivery waits.
+constexpr auto kStopSlice = std::chrono::milliseconds(100);
 
 }  // namespace
 
@@ -32,13 +33,21 @@ struct Delivery::State {
   std::mutex mutex;  // everything below
   std::condition_variable woken;
   Waiting waiting;
+  std::function<bool()> shouldStop;
   bool stopped = false;
   bool waitedLast = false;
   // Shared with stop(), which closes it from another thread.
   std::shared_ptr<Printer> printer;
 
   void throwIfStopped() {
+    std::function<bool()> asked;
+    {
+      std::lock_guard lock(mutex);
+      asked = shouldStop;
+    }
+    const bool stop = asked && asked();
     std::lock_guard lock(mutex);
+    stopped = stopped || stop;
     if (stopped) throw Stopped("the delivery to " + uri + " was stopped");
   }
 
@@ -74,19 +83,21 @@ struct Delivery::State {
     }
   }
 
-  void tell(const std::string& reason) {
+  void tell(const Wait& wait) {
     Waiting listener;
     {
       std::lock_guard lock(mutex);
       listener = waiting;
     }
-    if (listener) listener(reason);
+    if (listener) listener(wait);
   }
 
-  // Says why, then sleeps the pause (stop() wakes it); Error once the label
-  // has waited past giveUpAfter.
-  void pause(const std::string& why, SteadyClock::time_point since, Printer::Timeout& next) {
-    tell(why);
+  // Says why, then sleeps the pause (stop() wakes it, a stop condition is
+  // asked every tenth of a second); Error once the label has waited past
+  // giveUpAfter.
+  void pause(const std::string& why, std::optional<PrinterStatus> fault,
+             SteadyClock::time_point since, Printer::Timeout& next) {
+    tell({why, fault});
     const auto waitedFor = SteadyClock::now() - since;
     if (options.giveUpAfter > Printer::Timeout::zero() && waitedFor >= options.giveUpAfter) {
       throw Error(
@@ -94,9 +105,17 @@ struct Delivery::State {
           std::to_string(std::chrono::duration_cast<std::chrono::seconds>(waitedFor).count()) +
           " s for the printer at " + uri + ": " + why);
     }
-    std::unique_lock lock(mutex);
-    woken.wait_for(lock, next, [&] { return stopped; });
+    const auto until = SteadyClock::now() + next;
     next = std::min(next * 2, options.longestPause);
+    for (;;) {
+      throwIfStopped();
+      const auto now = SteadyClock::now();
+      if (now >= until) return;
+      std::unique_lock lock(mutex);
+      const SteadyClock::duration left = until - now;
+      woken.wait_for(lock, shouldStop ? std::min<SteadyClock::duration>(left, kStopSlice) : left,
+                     [&] { return stopped; });
+    }
   }
 
   PrinterStatus deliver(ByteView bytes) {
@@ -112,37 +131,36 @@ struct Delivery::State {
       auto link = connected(why, askFirst);
       if (!link) {
         throwIfStopped();
-        pause(why, since, next);
+        pause(why, std::nullopt, since, next);
         continue;
       }
-      std::string fault;
+      std::optional<PrinterStatus> fault;
       try {
         if (askFirst) {
           const PrinterStatus before = link->status(options.confirmTimeout);
-          if (faulty(before))
-            fault = before.describe();
-          else
-            askFirst = false;
+          if (faulty(before)) fault = before;
+          else askFirst = false;
         }
-        if (fault.empty()) {
+        if (!fault) {
           const PrinterStatus after = link->sendConfirmed(bytes, options.confirmTimeout);
           if (!faulty(after)) {
-            if (waited) tell("");
+            if (waited) tell({});
             std::lock_guard lock(mutex);
             waitedLast = waited;
             return after;
           }
           // The fault came while this label was on its way: it goes again.
           askFirst = true;
-          fault = after.describe();
+          fault = after;
         }
+        why = fault->describe();
       } catch (const Error& error) {
         throwIfStopped();
         drop();
         askFirst = true;
-        fault = std::string("lost the printer: ") + error.what();
+        why = std::string("lost the printer: ") + error.what();
       }
-      pause(fault, since, next);
+      pause(why, fault, since, next);
     }
   }
 };
@@ -150,22 +168,21 @@ struct Delivery::State {
 Delivery::Delivery(std::string uri, Options options)
     : state_(std::make_shared<State>(std::move(uri), options)) {}
 
-Delivery::~Delivery() {
-  stop();
-}
+Delivery::~Delivery() { stop(); }
 
 void Delivery::onWaiting(Waiting waiting) {
   std::lock_guard lock(state_->mutex);
   state_->waiting = std::move(waiting);
 }
 
-PrinterStatus Delivery::print(ByteView bytes) {
-  return state_->deliver(bytes);
+void Delivery::stopWhen(std::function<bool()> shouldStop) {
+  std::lock_guard lock(state_->mutex);
+  state_->shouldStop = std::move(shouldStop);
 }
 
-PrinterStatus Delivery::print(const Label& label) {
-  return print(label.bytes());
-}
+PrinterStatus Delivery::print(ByteView bytes) { return state_->deliver(bytes); }
+
+PrinterStatus Delivery::print(const Label& label) { return print(label.bytes()); }
 
 void Delivery::stop() {
   std::shared_ptr<Printer> printer;

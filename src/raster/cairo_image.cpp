@@ -126,3 +126,17 @@ void drawStretched(cairo_t* context, const Image& image, double width, double he
 }
 
 }  // namespace orvante::raster
+
+namespace orvante {
+
+Image Image::scaled(int width, int height) const {
+  if (empty() || width <= 0 || height <= 0 || width > kMaxRenderedSide ||
+      height > kMaxRenderedSide || static_cast<long long>(width) * height > kMaxRenderedPixels) {
+    return {};
+  }
+  return raster::drawImage(width, height, [&](cairo_t* context) {
+    raster::drawStretched(context, *this, width, height);
+  });
+}
+
+}  // namespace orvante

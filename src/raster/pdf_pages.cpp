@@ -1,5 +1,7 @@
 #include "pdf_pages.hpp"
 
+#include <exception>
+
 #include "../pdf/page_drawing.hpp"
 #include "cairo_image.hpp"
 #include "pixel_budget.hpp"
@@ -57,3 +59,16 @@ Image pdfPageStretched(const PdfDocument& document, int pageNumber, std::int32_t
 }
 
 }  // namespace orvante::raster
+
+namespace orvante {
+
+Image PdfDocument::drawPage(int page, int width, int height) const {
+  if (page < 1 || page > pageCount() || width <= 0 || height <= 0) return {};
+  try {
+    return raster::pdfPageStretched(*this, page, width, height, 72);
+  } catch (const std::exception&) {
+    return {};  // past the pixel budget
+  }
+}
+
+}  // namespace orvante

@@ -53,3 +53,5 @@ std::int64_t ORVANTESDK::printPDFbyFile_Resize(const PdfDocument&, std::int32_t,
 }
 std::int64_t ORVANTESDK::getPDFPageCountbyPath(const std::string&) { return unavailable(); }
 std::int64_t ORVANTESDK::getPDFPageCountbyFile(const PdfDocument&) { return unavailable(); }
+
+orvante::Image PdfDocument::drawPage(int, int, int) const { return {}; }

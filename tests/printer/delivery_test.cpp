@@ -33,9 +33,9 @@ std::size_t count(const Bytes& stream, const Bytes& part) {
 }
 
 struct Reasons {
-  void operator()(const std::string& why) {
+  void operator()(const Delivery::Wait& wait) {
     std::lock_guard lock(mutex);
-    said.push_back(why);
+    said.push_back(wait.reason);
   }
   std::vector<std::string> seen() {
     std::lock_guard lock(mutex);
@@ -65,7 +65,7 @@ TEST(Delivery, APrinterThatGoesAwayOrReportsAFaultIsWaitedOutAndNoLabelIsSkipped
   auto printer = std::make_unique<SimulatedPrinter>("delivery-away");
   Reasons reasons;
   Delivery delivery("sim://delivery-away", kQuick);
-  delivery.onWaiting([&](const std::string& why) { reasons(why); });
+  delivery.onWaiting([&](const Delivery::Wait& wait) { reasons(wait); });
   delivery.print(labelNumbered(1));
 
   // Gone: the next label waits until a printer answers at that address.

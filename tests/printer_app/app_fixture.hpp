@@ -5,6 +5,9 @@
 #include <cairo.h>
 #include <gmock/gmock.h>
 
+#include <cstring>
+#include <set>
+
 #include "app_process.hpp"
 #include "test_documents.hpp"
 
@@ -60,6 +63,44 @@ class PrinterAppTest : public ::testing::Test {
   }
 
   CommandResult printerAttributes() { return app.ipptool("label", "printer-attributes.test"); }
+
+  // Submits without waiting; the job's id.
+  std::string submit(const fs::path& file, const std::string& format,
+                     const std::string& to = "label") {
+    const auto submitted =
+        app.ipptool(to, "submit.test", {{"filename", file.string()}, {"filetype", format}});
+    const auto at = submitted.output.find("job-id (integer) = ");
+    EXPECT_NE(at, std::string::npos) << submitted.output << app.log();
+    if (at == std::string::npos) return "0";
+    const auto from = at + std::strlen("job-id (integer) = ");
+    return submitted.output.substr(from, submitted.output.find_first_not_of("0123456789", from) - from);
+  }
+
+  std::string jobState(const std::string& job, const std::string& of = "label") {
+    return app.ipptool(of, "job-state.test", {{"job", job}}).output;
+  }
+
+  // Waits (up to `seconds`) until the job's state shows the text.
+  bool jobShows(const std::string& job, const std::string& text, int seconds = 60,
+                const std::string& of = "label") {
+    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+    while (std::chrono::steady_clock::now() < until) {
+      if (jobState(job, of).find(text) != std::string::npos) return true;
+      std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+    return false;
+  }
+
+  // How many labels the folder holds, and how many of them differ.
+  std::pair<std::size_t, std::size_t> labelsAndDistinct(const fs::path& folder) const {
+    std::set<std::string> distinct;
+    std::size_t all = 0;
+    for (const auto& entry : fs::directory_iterator(folder)) {
+      ++all;
+      distinct.insert(readFile(entry.path()));
+    }
+    return {all, distinct.size()};
+  }
 
   std::size_t labelCount() const {
     if (!fs::exists(printer.labels())) return 0;

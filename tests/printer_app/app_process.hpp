@@ -115,7 +115,8 @@ class AppProcess {
   // A sub-command of the application, against this server.
   CommandResult command(const std::string& arguments) const {
     return run("TMPDIR=" + folder_.string() + " HOME=" + folder_.string() + " " +
-               PRINTER_APP_EXECUTABLE + " " + arguments);
+               PRINTER_APP_EXECUTABLE + " " + arguments + " -o state-file=" +
+               (folder_ / "app.state").string());
   }
 
   CommandResult addPrinter(const std::string& name, int printerPort,

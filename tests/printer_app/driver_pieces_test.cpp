@@ -8,6 +8,7 @@
 #include <string>
 
 #include "job_settings.hpp"
+#include "page_placement.hpp"
 #include "page_raster.hpp"
 #include "pdf_filter.hpp"
 #include "printer_device.hpp"
@@ -122,11 +123,25 @@ TEST(PrinterAppRaster, KeepsTheLabelsCropAndRefusesPagesOverTheBudget) {
   EXPECT_FALSE(lineFormatOf(32, CUPS_CSPACE_CMYK, format).empty());
 }
 
-TEST(PrinterAppPdf, PagesLargerThanTheLabelAreDrawnAtALowerResolution) {
-  EXPECT_EQ(fittingDpi(203, 812, 1218, 813, 1219), 203);
-  // A letter page (8.5 x 11 in) onto a 4 x 6 inch label: 4/8.5 of the resolution.
-  EXPECT_EQ(fittingDpi(203, 1726, 2233, 813, 1219), 95);
-  EXPECT_GE(fittingDpi(203, 100000, 10, 10, 10), 1);
+TEST(PrinterAppPdf, PrintScalingShrinksCentresFillsOrCutsThePage) {
+  const auto placed = [](double w, double h, pappl_scaling_t scaling) {
+    const PagePlacement p = placePage(w, h, 812, 1218, scaling);
+    return std::vector<int>{p.width, p.height, p.x, p.y};
+  };
+  // A letter page (8.5 x 11 in at 203 dpi) onto a 4 x 6 inch label: shrunk
+  // to its width and centred down the label.
+  EXPECT_EQ(placed(1725.5, 2233, PAPPL_SCALING_AUTO), (std::vector<int>{812, 1051, 0, 83}));
+  // A 50 x 30 mm page: centred as it is, or grown to fit.
+  EXPECT_EQ(placed(400, 240, PAPPL_SCALING_AUTO), (std::vector<int>{400, 240, 206, 489}));
+  EXPECT_EQ(placed(400, 240, PAPPL_SCALING_FIT), (std::vector<int>{812, 487, 0, 365}));
+  // Fill covers the label; none keeps the size; both cut off what passes it.
+  EXPECT_EQ(placed(400, 240, PAPPL_SCALING_FILL), (std::vector<int>{2030, 1218, -609, 0}));
+  EXPECT_EQ(placed(1000, 100, PAPPL_SCALING_NONE), (std::vector<int>{1000, 100, -94, 559}));
+  const Image drawn(4, 2, Bytes(4 * 2 * 4, 255));
+  const VisiblePage cut = visiblePart(drawn, {4, 2, -1, 1}, 2, 8);
+  EXPECT_EQ(cut.image.pixelWidth(), 2);
+  EXPECT_EQ(cut.x, 0);
+  EXPECT_EQ(cut.y, 1);
 }
 
 TEST(PrinterAppStatus, EachConditionBecomesItsReason) {

@@ -45,6 +45,36 @@ TEST_F(PrinterAppTest, SendsTheSetupLinesThenTheBitmapThenThePrintLineWithCopies
   EXPECT_EQ(labelCount(), 2u);
 }
 
+TEST_F(PrinterAppTest, ASmallerPdfPageIsCentredOnTheLabelAndALargerOneShrunkOntoIt) {
+  // 50 x 30 mm and 8 x 12 in, wholly black, onto the 4 x 6 in label.
+  writeBlackPdf(app.folder() / "small.pdf", 50 / 25.4 * 72, 30 / 25.4 * 72);
+  writeBlackPdf(app.folder() / "large.pdf", 8 * 72, 12 * 72);
+  for (const char* file : {"small.pdf", "large.pdf"}) {
+    const auto job = print(app.folder() / file, "application/pdf");
+    EXPECT_THAT(job.output, HasSubstr("job-state (enum) = completed")) << job.output << app.log();
+  }
+  ASSERT_TRUE(eventuallyTrue([&] { return labelCount() >= 2; })) << printer.journal();
+  const PrintedLabel small = label(1);
+  const int middleX = small.width / 2, middleY = small.height / 2;
+  // 400 x 240 dots in the middle: dark inside, light outside.
+  EXPECT_TRUE(small.dark(middleX - 190, middleY - 110));
+  EXPECT_TRUE(small.dark(middleX + 190, middleY + 110));
+  EXPECT_FALSE(small.dark(middleX - 210, middleY));
+  EXPECT_FALSE(small.dark(middleX, middleY + 130));
+  EXPECT_FALSE(small.dark(10, 10));
+  const PrintedLabel large = label(2);
+  EXPECT_TRUE(large.dark(5, 5));
+  EXPECT_TRUE(large.dark(large.width - 5, large.height - 5));
+  // An image of 400 x 240 pixels at 203 dpi is centred too.
+  writeBlackPng(app.folder() / "small.png", 400, 240);
+  const auto job = print(app.folder() / "small.png", "image/png");
+  EXPECT_THAT(job.output, HasSubstr("job-state (enum) = completed")) << job.output << app.log();
+  ASSERT_TRUE(eventuallyTrue([&] { return labelCount() >= 3; })) << printer.journal();
+  const PrintedLabel image = label(3);
+  EXPECT_TRUE(image.dark(middleX, middleY));
+  EXPECT_FALSE(image.dark(10, 10));
+}
+
 TEST_F(PrinterAppTest, OffersThePdfFormatAndTheDitheringChoices) {
   const auto attributes = printerAttributes();
   EXPECT_THAT(attributes.output, HasSubstr("application/pdf"));
@@ -80,13 +110,12 @@ TEST_F(PrinterAppTest, APrinterOnASerialLinePrintsThroughItsDevice) {
   EXPECT_THAT(job.output, HasSubstr("job-state (enum) = completed")) << job.output << app.log();
   EXPECT_TRUE(eventuallyTrue([&] { return fs::exists(serial.labels() / "label-0001.png"); }))
       << app.log();
-  // A serial device that is not there ends its job with the reason.
+  // A serial device that is not there makes its job wait, with the reason.
   ASSERT_EQ(app.command("add -d gone -m orvante_203dpi -v serial:///dev/orvante-none").status, 0);
-  const auto lost = app.ipptool("gone", "print-and-wait.test",
-                                {{"filename", (app.folder() / "label.png").string()},
-                                 {"filetype", "image/png"}, {"copies", "1"}});
-  EXPECT_THAT(lost.output, HasSubstr("job-state (enum) = aborted")) << lost.output;
-  EXPECT_THAT(lost.output, HasSubstr("/dev/orvante-none")) << lost.output;
+  const std::string lost = submit(app.folder() / "label.png", "image/png", "gone");
+  EXPECT_TRUE(jobShows(lost, "cannot open /dev/orvante-none: No such file or directory", 30, "gone"))
+      << jobState(lost, "gone");
+  EXPECT_EQ(app.ipptool("gone", "cancel-job.test", {{"job", lost}}).status, 0);
 }
 
 }  // namespace

@@ -44,6 +44,45 @@ inline void writePdf(const std::filesystem::path& path) {
   cairo_surface_destroy(surface);
 }
 
+// Pages of 4 x 6 inches, each with its number from 1 as a row of squares
+// (its bits), so that every page's label differs from the others'.
+inline void writeNumberedPdf(const std::filesystem::path& path, int pages) {
+  cairo_surface_t* surface = cairo_pdf_surface_create(path.c_str(), 4 * 72, 6 * 72);
+  cairo_t* cr = cairo_create(surface);
+  for (int page = 1; page <= pages; ++page) {
+    cairo_set_source_rgb(cr, 0, 0, 0);
+    for (int bit = 0; bit < 8; ++bit) {
+      if (page & (1 << bit)) cairo_rectangle(cr, 18 + bit * 30, 36, 24, 24);
+    }
+    cairo_fill(cr);
+    cairo_show_page(cr);
+  }
+  cairo_destroy(cr);
+  cairo_surface_destroy(surface);
+}
+
+inline void writeBlackPng(const std::filesystem::path& path, int width, int height) {
+  cairo_surface_t* surface = cairo_image_surface_create(CAIRO_FORMAT_RGB24, width, height);
+  cairo_t* cr = cairo_create(surface);
+  cairo_set_source_rgb(cr, 0, 0, 0);
+  cairo_paint(cr);
+  cairo_destroy(cr);
+  cairo_surface_write_to_png(surface, path.c_str());
+  cairo_surface_destroy(surface);
+}
+
+// A page of its own size, wholly black.
+inline void writeBlackPdf(const std::filesystem::path& path, double widthPoints,
+                          double heightPoints) {
+  cairo_surface_t* surface = cairo_pdf_surface_create(path.c_str(), widthPoints, heightPoints);
+  cairo_t* cr = cairo_create(surface);
+  cairo_set_source_rgb(cr, 0, 0, 0);
+  cairo_paint(cr);
+  cairo_show_page(cr);
+  cairo_destroy(cr);
+  cairo_surface_destroy(surface);
+}
+
 // One 8-bit grey page of 4 x 6 inches at 203 dpi.
 inline void writePwgRaster(const std::filesystem::path& path) {
   cups_page_header2_t header;

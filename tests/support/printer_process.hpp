@@ -46,7 +46,7 @@ inline bool eventuallyTrue(const std::function<bool()>& condition) {
 class PrinterProcess {
  public:
   // An --out among the extra arguments takes the place of the labels
-  // folder in the printer's own folder.
+  // folder in the printer's own folder, a --listen that of a free port.
   explicit PrinterProcess(std::vector<std::string> extra = {}) {
     char folder[] = "/tmp/vprinter-test-XXXXXX";
     folder_ = mkdtemp(folder);
@@ -54,9 +54,12 @@ class PrinterProcess {
     int control[2];
     EXPECT_EQ(pipe2(control, O_CLOEXEC), 0);
     control_ = control[1];
-    std::vector<std::string> args{VPRINTER_EXECUTABLE, "--listen", "127.0.0.1:0",
-                                  "--port-file", (folder_ / "port").string(),
+    std::vector<std::string> args{VPRINTER_EXECUTABLE, "--port-file", (folder_ / "port").string(),
                                   "--journal", (folder_ / "journal.jsonl").string()};
+    // A --listen among the extra arguments takes the place of a free port.
+    if (std::find(extra.begin(), extra.end(), "--listen") == extra.end()) {
+      args.insert(args.end(), {"--listen", "127.0.0.1:0"});
+    }
     if (const auto out = std::find(extra.begin(), extra.end(), "--out");
         out != extra.end() && out + 1 != extra.end()) {
       labels_ = *(out + 1);

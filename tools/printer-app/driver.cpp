@@ -20,12 +20,15 @@ pappl_pr_driver_t driverList[] = {
 
 // Common label sizes, inch and metric, then the range of custom sizes.
 const char* const kMedia[] = {
-    "oe_4x6-label_4x6in",     "oe_4x4-label_4x4in",         "oe_4x3-label_4x3in",
-    "oe_4x2-label_4x2in",     "oe_4x1-label_4x1in",         "oe_3x2-label_3x2in",
-    "oe_3x1-label_3x1in",     "oe_2-25x1-25-label_2.25x1.25in", "oe_2x1-label_2x1in",
-    "oe_1-5x1-label_1.5x1in", "om_100x150mm_100x150mm",     "om_100x100mm_100x100mm",
-    "om_100x50mm_100x50mm",   "om_60x40mm_60x40mm",         "om_58x40mm_58x40mm",
-    "om_50x30mm_50x30mm",     "om_40x30mm_40x30mm",         "om_30x20mm_30x20mm",
+    "oe_4x6-label_4x6in",     "oe_4x4-label_4x4in",
+    "oe_4x3-label_4x3in",     "oe_4x2-label_4x2in",
+    "oe_4x1-label_4x1in",     "oe_3x2-label_3x2in",
+    "oe_3x1-label_3x1in",     "oe_2-25x1-25-label_2.25x1.25in",
+    "oe_2x1-label_2x1in",     "oe_1-5x1-label_1.5x1in",
+    "om_100x150mm_100x150mm", "om_100x100mm_100x100mm",
+    "om_100x50mm_100x50mm",   "om_60x40mm_60x40mm",
+    "om_58x40mm_58x40mm",     "om_50x30mm_50x30mm",
+    "om_40x30mm_40x30mm",     "om_30x20mm_30x20mm",
 };
 
 const char* const kDitherChoices[] = {"threshold", "floyd-steinberg", "atkinson", "ordered"};
@@ -45,8 +48,12 @@ void fillMedia(pappl_media_col_t& media, const char* name, pappl_media_tracking_
 
 }  // namespace
 
-pappl_pr_driver_t* drivers() { return driverList; }
-int driverCount() { return static_cast<int>(sizeof driverList / sizeof driverList[0]); }
+pappl_pr_driver_t* drivers() {
+  return driverList;
+}
+int driverCount() {
+  return static_cast<int>(sizeof driverList / sizeof driverList[0]);
+}
 
 bool driverCallback(pappl_system_t* system, const char* driverName, const char* /*deviceUri*/,
                     const char* /*deviceId*/, pappl_pr_driver_data_t* data, ipp_t** attributes,
@@ -79,8 +86,8 @@ bool driverCallback(pappl_system_t* system, const char* driverName, const char* 
   data->color_supported = static_cast<pappl_color_mode_t>(
       PAPPL_COLOR_MODE_AUTO | PAPPL_COLOR_MODE_MONOCHROME | PAPPL_COLOR_MODE_BI_LEVEL);
   data->color_default = PAPPL_COLOR_MODE_MONOCHROME;
-  data->raster_types = PAPPL_PWG_RASTER_TYPE_BLACK_1 | PAPPL_PWG_RASTER_TYPE_SGRAY_8 |
-                       PAPPL_PWG_RASTER_TYPE_SRGB_8;
+  data->raster_types =
+      PAPPL_PWG_RASTER_TYPE_BLACK_1 | PAPPL_PWG_RASTER_TYPE_SGRAY_8 | PAPPL_PWG_RASTER_TYPE_SRGB_8;
   std::memset(data->gdither, 127, sizeof data->gdither);
   std::memset(data->pdither, 127, sizeof data->pdither);
   data->content_default = PAPPL_CONTENT_AUTO;

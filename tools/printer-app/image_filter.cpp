@@ -1,27 +1,20 @@
 #include "image_filter.hpp"
 
+#include <orvante/image.hpp>
+#include <orvante/label.hpp>
+
+#include "job_callbacks.hpp"
+#include "job_settings.hpp"
+#include "page_placement.hpp"
 #include "printer_lock.hpp"
 
 namespace orvante::app {
-
-Bytes greyOnWhite(const Image& image) {
-  const Bytes& rgba = image.rgba();
-  Bytes grey(rgba.size() / 4);
-  for (std::size_t i = 0; i < grey.size(); ++i) {
-    const unsigned r = rgba[4 * i], g = rgba[4 * i + 1], b = rgba[4 * i + 2], a = rgba[4 * i + 3];
-    // Premultiplied colour over white paper, then its luminance.
-    const unsigned paper = 255 - a;
-    grey[i] = static_cast<std::uint8_t>(((r + paper) * 299 + (g + paper) * 587 + (b + paper) * 114) / 1000);
-  }
-  return grey;
-}
 
 bool printImage(pappl_job_t* job, pappl_device_t* device, void* /*context*/) {
   const std::lock_guard oneJobAtATime(printerLock(job));
   const auto [mine, file] = claimDocument(job);
   if (!mine) return true;  // printed by the thread that claimed it
   if (file == nullptr) return false;
-  // PAPPL's own decoders would try any size; the library's stop at its budget.
   const Image image = Image::fromFile(file);
   if (image.empty()) {
     papplJobSetMessage(job,
@@ -31,12 +24,30 @@ bool printImage(pappl_job_t* job, pappl_device_t* device, void* /*context*/) {
     papplJobSetReasons(job, PAPPL_JREASON_DOCUMENT_UNPRINTABLE_ERROR, PAPPL_JREASON_NONE);
     return false;
   }
-  const Bytes grey = greyOnWhite(image);
   pappl_pr_options_t* options = papplJobCreatePrintOptions(job, 1, false);
-  const bool printed = papplJobFilterImage(job, device, options, grey.data(), image.pixelWidth(),
-                                           image.pixelHeight(), 1, 0, true);
+  const JobSettings settings = settingsFrom(*options);
   papplJobDeletePrintOptions(options);
-  return printed;
+  papplJobSetImpressions(job, 1);
+
+  const int labelWidth = settings.widthDots(), labelHeight = settings.heightDots();
+  const PagePlacement placement =
+      placePage(image.pixelWidth(), image.pixelHeight(), labelWidth, labelHeight, settings.scaling);
+  const bool asItIs =
+      placement.width == image.pixelWidth() && placement.height == image.pixelHeight();
+  const Image drawn = asItIs ? image : image.scaled(placement.width, placement.height);
+  const VisiblePage visible = visiblePart(drawn, placement, labelWidth, labelHeight);
+  Bytes bytes;
+  try {
+    Label label = startLabel(settings);
+    if (!visible.image.empty()) label.image(visible.x, visible.y, visible.image, {settings.dither});
+    bytes = label.print(1, settings.copies).bytes();
+  } catch (const std::exception& error) {
+    papplJobSetMessage(job, "The image could not be made into a label: %s", error.what());
+    return false;
+  }
+  if (!sendToDevice(job, device, bytes)) return false;
+  papplJobSetImpressionsCompleted(job, 1);
+  return true;
 }
 
 }  // namespace orvante::app

@@ -1,16 +1,15 @@
 #include "job_callbacks.hpp"
 
-#include <fcntl.h>
-#include <unistd.h>
-
+#include <fstream>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <set>
 #include <stdexcept>
 
 #include "job_settings.hpp"
-#include "printer_device.hpp"
 #include "page_raster.hpp"
+#include "printer_device.hpp"
 #include "printer_lock.hpp"
 
 namespace orvante::app {
@@ -29,7 +28,9 @@ struct RasterJob {
   bool duplicate = false;
 };
 
-RasterJob* rasterJob(pappl_job_t* job) { return static_cast<RasterJob*>(papplJobGetData(job)); }
+RasterJob* rasterJob(pappl_job_t* job) {
+  return static_cast<RasterJob*>(papplJobGetData(job));
+}
 
 }  // namespace
 
@@ -37,35 +38,24 @@ bool sendToDevice(pappl_job_t* job, pappl_device_t* device, ByteView bytes) {
   // A whole label at a time: raster jobs PAPPL runs side by side on one
   // printer do not mix their labels' bytes.
   const std::lock_guard oneLabelAtATime(printerLock(job));
-  // PAPPL's device write loops until every byte is out or the link fails.
-  if (papplDeviceWrite(device, bytes.data(), bytes.size()) < 0) {
-    const std::string problem = takeDeviceProblem();
-    papplJobSetMessage(job, "%s",
-                       problem.empty() ? "The printer stopped taking data." : problem.c_str());
-    return false;
-  }
-  papplDeviceFlush(device);
-  return true;
+  return deliverLabel(job, device, bytes);
 }
 
 bool printRawFile(pappl_job_t* job, pappl_pr_options_t* /*options*/, pappl_device_t* device) {
   const std::lock_guard oneJobAtATime(printerLock(job));
   if (!claimJob(job)) return true;  // printed by the thread that claimed it
   const char* file = jobFile(job);
-  const int fd = file ? open(file, O_RDONLY | O_CLOEXEC) : -1;
-  if (fd < 0) {
+  std::ifstream input(file ? file : "", std::ios::binary);
+  if (!input) {
     papplJobSetMessage(job, "The job's file could not be opened.");
     return false;
   }
-  unsigned char buffer[65536];
-  ssize_t count = 0;
-  bool ok = true;
-  while (ok && (count = read(fd, buffer, sizeof buffer)) > 0) {
-    ok = sendToDevice(job, device, ByteView(buffer, static_cast<std::size_t>(count)));
-  }
-  close(fd);
-  if (ok) papplJobSetImpressionsCompleted(job, 1);
-  return ok && count == 0;
+  // Printer commands go as one piece, confirmed once: a raw job cannot be
+  // cut into labels, so a printer lost on the way gets all of it again.
+  const Bytes bytes{std::istreambuf_iterator<char>(input), std::istreambuf_iterator<char>()};
+  if (!sendToDevice(job, device, bytes)) return false;
+  papplJobSetImpressionsCompleted(job, 1);
+  return true;
 }
 
 bool startJob(pappl_job_t* job, pappl_pr_options_t* options, pappl_device_t* /*device*/) {

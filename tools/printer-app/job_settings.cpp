@@ -15,12 +15,18 @@ constexpr double kSpeedUnitsPerInch = 2540;
 // The gap or black mark the printer is told to look for between labels.
 constexpr double kGapMm = 2;
 
-int dotsFor(double mm, int dpi) { return static_cast<int>(std::lround(mm * dpi / 25.4)); }
+int dotsFor(double mm, int dpi) {
+  return static_cast<int>(std::lround(mm * dpi / 25.4));
+}
 
 }  // namespace
 
-int JobSettings::widthDots() const { return dotsFor(widthMm, dpi); }
-int JobSettings::heightDots() const { return dotsFor(heightMm, dpi); }
+int JobSettings::widthDots() const {
+  return dotsFor(widthMm, dpi);
+}
+int JobSettings::heightDots() const {
+  return dotsFor(heightMm, dpi);
+}
 
 int densityFor(int darknessConfigured, int printDarkness) {
   const int level = std::clamp(darknessConfigured + printDarkness, 0, 100);
@@ -55,9 +61,9 @@ JobSettings settingsFrom(const pappl_pr_options_t& options) {
                                    double(kMinSpeedIps), double(kMaxSpeedIps));
   }
   settings.density = densityFor(options.darkness_configured, options.print_darkness);
-  settings.dither =
-      ditherNamed(cupsGetOption(kDitherOption, options.num_vendor, options.vendor));
+  settings.dither = ditherNamed(cupsGetOption(kDitherOption, options.num_vendor, options.vendor));
   settings.copies = std::max(1, options.copies);
+  if (options.print_scaling) settings.scaling = options.print_scaling;
   return settings;
 }
 

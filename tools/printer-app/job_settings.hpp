@@ -21,6 +21,8 @@ struct JobSettings {
   int density = 8;  // the printer's darkness, 0 to 15
   Dither dither = Dither::Threshold;
   int copies = 1;
+  // IPP print-scaling of PDF pages: auto unless the job says.
+  pappl_scaling_t scaling = PAPPL_SCALING_AUTO;
 
   // The label's size in dots at the printer's resolution.
   int widthDots() const;

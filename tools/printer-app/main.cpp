@@ -4,12 +4,20 @@
 
 #include <pappl/pappl.h>
 
+#include <string>
+#include <vector>
+
 #include "driver.hpp"
 #include "system_setup.hpp"
 
 int main(int argc, char* argv[]) {
-  return papplMainloop(argc, argv, "1.0.0", "Orvante label printers",
-                       orvante::app::driverCount(), orvante::app::drivers(), nullptr,
-                       orvante::app::driverCallback, nullptr, nullptr, orvante::app::createSystem,
-                       nullptr, nullptr);
+  std::vector<std::string> arguments =
+      orvante::app::instanceArguments(std::vector<std::string>(argv, argv + argc));
+  std::vector<char*> pointers;
+  for (auto& argument : arguments) pointers.push_back(argument.data());
+  pointers.push_back(nullptr);
+  return papplMainloop(static_cast<int>(arguments.size()), pointers.data(), "1.0.0",
+                       "Orvante label printers", orvante::app::driverCount(),
+                       orvante::app::drivers(), nullptr, orvante::app::driverCallback, nullptr,
+                       nullptr, orvante::app::createSystem, nullptr, nullptr);
 }

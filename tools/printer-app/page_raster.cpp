@@ -43,7 +43,9 @@ void PageRaster::setLine(int y, const unsigned char* line) {
   }
 }
 
-Image PageRaster::image() const { return Image(width_, height_, rgba_); }
+Image PageRaster::image() const {
+  return Image(width_, height_, rgba_);
+}
 
 std::string lineFormatOf(unsigned bitsPerPixel, unsigned colorSpace, LineFormat& format) {
   const bool blackSpace = colorSpace == CUPS_CSPACE_K;

@@ -9,42 +9,33 @@
 
 #include "job_callbacks.hpp"
 #include "job_settings.hpp"
+#include "page_placement.hpp"
 #include "printer_lock.hpp"
 
 namespace orvante::app {
 
 namespace {
 
-// One label of the page; a page larger than the label is drawn again at the
-// resolution that shrinks it onto the label.
+// One label of the page, scaled and placed as the job's print-scaling says.
 Bytes pageLabel(const JobSettings& settings, const PdfDocument& document, int page) {
-  try {
-    Label label = startLabel(settings);
-    label.pdfPage(0, 0, document, page, {settings.dither});
-    return label.print(1, settings.copies).bytes();
-  } catch (const std::invalid_argument&) {
-    const auto size = document.pageSize(page);
-    if (!size) throw;
-    const int width = static_cast<int>(std::ceil(size->width * settings.dpi / 72));
-    const int height = static_cast<int>(std::ceil(size->height * settings.dpi / 72));
-    // The size lines stay in millimetres.
-    JobSettings shrunk = settings;
-    shrunk.dpi = fittingDpi(settings.dpi, width, height, settings.widthDots(),
-                            settings.heightDots());
-    Label label = startLabel(shrunk);
-    label.pdfPage(0, 0, document, page, {settings.dither});
-    return label.print(1, settings.copies).bytes();
+  const auto size = document.pageSize(page);
+  if (!size) throw std::invalid_argument("the document has no page " + std::to_string(page));
+  const int labelWidth = settings.widthDots(), labelHeight = settings.heightDots();
+  const PagePlacement placement =
+      placePage(size->width * settings.dpi / 72, size->height * settings.dpi / 72, labelWidth,
+                labelHeight, settings.scaling);
+  const Image drawn = document.drawPage(page, placement.width, placement.height);
+  if (drawn.empty()) {
+    throw std::invalid_argument("the page would need more than " +
+                                std::to_string(kMaxRenderedPixels / 1'000'000) + " megapixels");
   }
+  const VisiblePage visible = visiblePart(drawn, placement, labelWidth, labelHeight);
+  Label label = startLabel(settings);
+  if (!visible.image.empty()) label.image(visible.x, visible.y, visible.image, {settings.dither});
+  return label.print(1, settings.copies).bytes();
 }
 
 }  // namespace
-
-int fittingDpi(int dpi, int pageWidth, int pageHeight, int labelWidth, int labelHeight) {
-  if (pageWidth <= labelWidth && pageHeight <= labelHeight) return dpi;
-  const double scale = std::min(static_cast<double>(labelWidth) / std::max(pageWidth, 1),
-                                static_cast<double>(labelHeight) / std::max(pageHeight, 1));
-  return std::max(1, static_cast<int>(std::floor(dpi * scale)));
-}
 
 bool printPdf(pappl_job_t* job, pappl_device_t* device, void* /*context*/) {
   const std::lock_guard oneJobAtATime(printerLock(job));
@@ -58,7 +49,8 @@ bool printPdf(pappl_job_t* job, pappl_device_t* device, void* /*context*/) {
     papplJobSetReasons(job, PAPPL_JREASON_DOCUMENT_FORMAT_ERROR, PAPPL_JREASON_NONE);
     return false;
   }
-  pappl_pr_options_t* options = papplJobCreatePrintOptions(job, static_cast<unsigned>(pages), false);
+  pappl_pr_options_t* options =
+      papplJobCreatePrintOptions(job, static_cast<unsigned>(pages), false);
   const JobSettings settings = settingsFrom(*options);
   papplJobDeletePrintOptions(options);
 

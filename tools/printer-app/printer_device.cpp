@@ -6,7 +6,9 @@
 #include <string_view>
 #include <utility>
 
-#include <orvante/printer.hpp>
+#include <orvante/delivery.hpp>
+
+#include "printer_status.hpp"
 
 namespace orvante::app {
 
@@ -14,33 +16,33 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto kConnectTimeout = 5s;
-// A printer that takes no byte for this long has stopped.
-constexpr auto kStallTimeout = 30s;
-
 constexpr std::string_view kSchemes[] = {"socket", "serial", "bt", "ble"};
 
-thread_local std::string lastProblem;
+// A job's labels go through a delivery: each is confirmed by the printer,
+// and a printer that goes away or reports a fault makes the job wait.
+DeliveryOptions deliveryOptions() {
+  DeliveryOptions options;
+  options.connectTimeout = 5s;
+  options.confirmTimeout = 30s;
+  options.firstPause = 500ms;
+  options.longestPause = 15s;
+  return options;
+}
 
 struct Connection {
+  explicit Connection(std::string uri)
+      : address(std::move(uri)), delivery(address, deliveryOptions()) {}
   std::string address;
-  std::optional<Printer> printer;
-  std::string problem;  // why there is no printer
+  Delivery delivery;
 };
 
 bool openDevice(pappl_device_t* device, const char* uri, const char* /*name*/) {
-  auto* connection = new Connection;
-  connection->address = printerAddressOf(uri);
-  try {
-    if (connection->address.empty()) throw Error("the address is not one this application knows");
-    connection->printer.emplace(Printer::open(connection->address, kConnectTimeout));
-    connection->printer->setStallTimeout(kStallTimeout);
-  } catch (const Error& error) {
-    connection->problem = error.what();
+  const std::string address = printerAddressOf(uri);
+  if (address.empty()) {
+    papplDeviceError(device, "The address %s is not one this application knows.", uri);
+    return false;
   }
-  // Opened either way: PAPPL would otherwise hold the job and retry for ever;
-  // the first write reports the problem and ends the job.
-  papplDeviceSetData(device, connection);
+  papplDeviceSetData(device, new Connection(address));
   return true;
 }
 
@@ -49,22 +51,14 @@ void closeDevice(pappl_device_t* device) {
   papplDeviceSetData(device, nullptr);
 }
 
-ssize_t fail(pappl_device_t* device, const std::string& why) {
-  lastProblem = why;
-  papplDeviceError(device, "%s", why.c_str());
-  return -1;
-}
-
+// Bytes PAPPL writes on its own go through the same delivery.
 ssize_t writeDevice(pappl_device_t* device, const void* buffer, size_t bytes) {
   auto* connection = static_cast<Connection*>(papplDeviceGetData(device));
-  if (!connection->printer) {
-    return fail(device, "The printer at " + connection->address +
-                            " could not be reached: " + connection->problem + ".");
-  }
   try {
-    connection->printer->send(ByteView(static_cast<const std::uint8_t*>(buffer), bytes));
+    connection->delivery.print(ByteView(static_cast<const std::uint8_t*>(buffer), bytes));
   } catch (const Error& error) {
-    return fail(device, std::string(error.what()) + ".");
+    papplDeviceError(device, "%s", error.what());
+    return -1;
   }
   return static_cast<ssize_t>(bytes);
 }
@@ -73,6 +67,28 @@ ssize_t writeDevice(pappl_device_t* device, const void* buffer, size_t bytes) {
 // asked over a connection of its own.
 ssize_t readDevice(pappl_device_t* /*device*/, void* /*buffer*/, size_t /*bytes*/) {
   return -1;
+}
+
+bool ours(pappl_job_t* job) {
+  return !printerAddressOf(papplPrinterGetDeviceURI(papplJobGetPrinter(job))).empty();
+}
+
+// The job waits with the reason on the printer and in the job's message;
+// both clear when it goes on.
+void showWait(pappl_job_t* job, const Delivery::Wait& wait) {
+  pappl_printer_t* printer = papplJobGetPrinter(job);
+  if (wait.reason.empty()) {
+    papplPrinterSetReasons(printer, PAPPL_PREASON_NONE, kStatusReasons | PAPPL_PREASON_OFFLINE);
+    papplJobSetMessage(job, "Printing.");
+    return;
+  }
+  pappl_preason_t reasons = PAPPL_PREASON_OFFLINE;
+  if (wait.fault) reasons = reasonsFor(*wait.fault);
+  // Paused, or a fault without a reason of its own.
+  if (reasons == PAPPL_PREASON_NONE) reasons = PAPPL_PREASON_OTHER;
+  papplPrinterSetReasons(printer, reasons, PAPPL_PREASON_NONE);
+  papplJobSetMessage(job, "Waiting for the printer: %s.", wait.reason.c_str());
+  papplLogJob(job, PAPPL_LOGLEVEL_WARN, "Waiting for the printer: %s", wait.reason.c_str());
 }
 
 }  // namespace
@@ -101,6 +117,26 @@ void usePrinterDevices() {
   }
 }
 
-std::string takeDeviceProblem() { return std::exchange(lastProblem, {}); }
+bool deliverLabel(pappl_job_t* job, pappl_device_t* device, ByteView label) {
+  if (!ours(job)) {
+    // PAPPL's own devices (USB) write without a word back.
+    if (papplDeviceWrite(device, label.data(), label.size()) < 0) {
+      papplJobSetMessage(job, "The printer stopped taking data.");
+      return false;
+    }
+    papplDeviceFlush(device);
+    return true;
+  }
+  auto& delivery = static_cast<Connection*>(papplDeviceGetData(device))->delivery;
+  delivery.onWaiting([job](const Delivery::Wait& wait) { showWait(job, wait); });
+  delivery.stopWhen([job] { return papplJobIsCanceled(job); });
+  try {
+    delivery.print(label);
+    return true;
+  } catch (const Error& error) {
+    papplJobSetMessage(job, "%s", error.what());
+    return false;
+  }
+}
 
 }  // namespace orvante::app

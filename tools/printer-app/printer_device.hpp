@@ -1,15 +1,17 @@
 #pragma once
 // The printers' devices: socket://host[:port] (a network printer),
 // serial:///dev/ttyUSB0?baud=N, bt://ADDRESS and ble://ADDRESS, each a
-// connection of the library's second door. PAPPL's own socket devices keep
-// a job waiting, retrying every few seconds, for as long as the printer
-// cannot be reached; these connect within a time limit and, when they
-// cannot, fail the job's first write with the reason, so the job ends and
-// the queue moves on.
+// delivery of the library's second door: a label counts as printed once the
+// printer confirmed it, and a printer that goes away or reports a fault
+// makes its job wait, with the reason on the printer and the job, until it
+// is back (the label it had not confirmed is sent again) or the job is
+// cancelled.
 
 #include <string>
 
 #include <pappl/pappl.h>
+
+#include <orvante/bytes.hpp>
 
 namespace orvante::app {
 
@@ -21,8 +23,9 @@ void usePrinterDevices();
 // empty for a scheme that is not ours.
 std::string printerAddressOf(const char* deviceUri);
 
-// Why the last write on this thread failed, then forgotten; empty when it
-// did not fail through these devices.
-std::string takeDeviceProblem();
+// Sends one label (or a raw job's bytes) and returns once the printer
+// confirmed it; false when the job was cancelled meanwhile. PAPPL's own USB
+// devices are written without confirmation.
+bool deliverLabel(pappl_job_t* job, pappl_device_t* device, ByteView label);
 
 }  // namespace orvante::app

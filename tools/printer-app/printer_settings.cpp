@@ -13,10 +13,9 @@ namespace {
 void writePrinter(pappl_printer_t* printer, void* context) {
   pappl_pr_driver_data_t data;
   papplPrinterGetDriverData(printer, &data);
-  *static_cast<std::ofstream*>(context) << papplPrinterGetID(printer) << ' '
-                                        << data.darkness_configured << ' '
-                                        << data.darkness_default << ' ' << data.speed_default
-                                        << '\n';
+  *static_cast<std::ofstream*>(context)
+      << papplPrinterGetID(printer) << ' ' << data.darkness_configured << ' '
+      << data.darkness_default << ' ' << data.speed_default << '\n';
 }
 
 // The printer's current dithering default, which setting driver defaults

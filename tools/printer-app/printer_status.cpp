@@ -37,7 +37,9 @@ pappl_preason_t reasonsFor(const PrinterStatus& status) {
   return reasons;
 }
 
-bool QuerySchedule::due(Clock::time_point now) const { return !givenUp() && now >= next_; }
+bool QuerySchedule::due(Clock::time_point now) const {
+  return !givenUp() && now >= next_;
+}
 
 void QuerySchedule::answered(Clock::time_point now) {
   failures_ = 0;

@@ -16,10 +16,9 @@ namespace orvante::app {
 // The reasons the status byte sets, out of those it manages.
 pappl_preason_t reasonsFor(const PrinterStatus& status);
 // Every reason the status byte manages (cleared when the byte no longer says so).
-inline constexpr pappl_preason_t kStatusReasons = PAPPL_PREASON_COVER_OPEN |
-                                                  PAPPL_PREASON_MEDIA_JAM |
-                                                  PAPPL_PREASON_MEDIA_EMPTY |
-                                                  PAPPL_PREASON_MARKER_SUPPLY_EMPTY;
+inline constexpr pappl_preason_t kStatusReasons =
+    PAPPL_PREASON_COVER_OPEN | PAPPL_PREASON_MEDIA_JAM | PAPPL_PREASON_MEDIA_EMPTY |
+    PAPPL_PREASON_MARKER_SUPPLY_EMPTY;
 
 // When to ask a printer next.
 class QuerySchedule {

@@ -1,16 +1,17 @@
 #include "system_setup.hpp"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <string>
 
 #include "driver.hpp"
-#include "job_callbacks.hpp"
-#include "printer_device.hpp"
 #include "image_filter.hpp"
+#include "job_callbacks.hpp"
 #include "pdf_filter.hpp"
+#include "printer_device.hpp"
 #include "printer_settings.hpp"
 
 namespace orvante::app {
@@ -19,8 +20,11 @@ namespace {
 
 constexpr const char* kName = "orvante-printer-app";
 
-std::string stateFile(int numOptions, cups_option_t* options) {
-  if (const char* file = cupsGetOption("state-file", numOptions, options)) return file;
+// The state file the command line named, if any.
+std::string namedStateFile;
+
+std::string stateFile() {
+  if (!namedStateFile.empty()) return namedStateFile;
   std::filesystem::path folder;
   if (const char* config = std::getenv("XDG_CONFIG_HOME")) {
     folder = config;
@@ -46,14 +50,59 @@ pappl_loglevel_t logLevel(const char* name) {
 // The state file's name lives as long as the system that saves to it.
 std::string savedStateFile;
 
-std::string settingsFile() { return savedStateFile + ".settings"; }
+std::string settingsFile() {
+  return savedStateFile + ".settings";
+}
 
 bool saveState(pappl_system_t* system, void* /*context*/) {
   saveSettings(system, settingsFile());
   return papplSystemSaveState(system, savedStateFile.c_str());
 }
 
+// A short name of its own for a state file: its absolute path hashed
+// (FNV-1a), in hexadecimal.
+std::string instanceTag(const std::string& file) {
+  std::error_code ignored;
+  const std::string path = std::filesystem::absolute(file, ignored).lexically_normal().string();
+  std::uint64_t hash = 0xcbf29ce484222325ull;
+  for (const unsigned char c : path) {
+    hash ^= c;
+    hash *= 0x100000001b3ull;
+  }
+  char tag[17];
+  std::snprintf(tag, sizeof tag, "%016llx", static_cast<unsigned long long>(hash));
+  return std::string(tag, 8);
+}
+
 }  // namespace
+
+std::vector<std::string> instanceArguments(std::vector<std::string> arguments) {
+  constexpr std::string_view kOption = "state-file=";
+  for (std::size_t i = 1; i < arguments.size(); ++i) {
+    std::string_view value = arguments[i];
+    std::size_t taken = 1;
+    if (value == "-o" && i + 1 < arguments.size()) {
+      value = arguments[i + 1];
+      taken = 2;
+    } else if (value.starts_with("-o")) {
+      value.remove_prefix(2);
+    } else {
+      continue;
+    }
+    if (!value.starts_with(kOption)) continue;
+    namedStateFile = std::string(value.substr(kOption.size()));
+    arguments.erase(arguments.begin() + static_cast<std::ptrdiff_t>(i),
+                    arguments.begin() + static_cast<std::ptrdiff_t>(i + taken));
+    --i;
+  }
+  if (!namedStateFile.empty() && !arguments.empty()) {
+    // PAPPL names the control socket after the program's file name.
+    arguments[0] = (std::filesystem::path(arguments[0]).parent_path() /
+                    (std::string(kName) + "-" + instanceTag(namedStateFile)))
+                       .string();
+  }
+  return arguments;
+}
 
 pappl_system_t* createSystem(int numOptions, cups_option_t* options, void* /*context*/) {
   const char* port = cupsGetOption("server-port", numOptions, options);
@@ -80,7 +129,7 @@ pappl_system_t* createSystem(int numOptions, cups_option_t* options, void* /*con
   papplSystemAddMIMEFilter(system, "image/jpeg", kLabelFormat, printImage, nullptr);
   papplSystemSetFooterHTML(system, "Orvante label printers");
 
-  savedStateFile = stateFile(numOptions, options);
+  savedStateFile = stateFile();
   papplSystemLoadState(system, savedStateFile.c_str());
   loadSettings(system, settingsFile());
   papplSystemSetSaveCallback(system, saveState, nullptr);

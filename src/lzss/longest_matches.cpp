@@ -66,6 +66,24 @@ std::uint64_t load64(const std::uint8_t* at) {
   return k;
 }
 
+// How many bytes from `at` on, up to `limit`, equal the first. `wide`: 32
+// bytes may be read.
+[[gnu::always_inline]] inline int runAt(const std::uint8_t* at, int limit, bool wide) {
+  if constexpr (std::endian::native == std::endian::little) {
+    if (wide) {
+      const std::uint64_t spread = at[0] * 0x0101010101010101u;
+      for (int k = 0; k < limit; k += 8) {
+        const std::uint64_t differ = load64(at + k) ^ spread;
+        if (differ) return std::min(limit, k + std::countr_zero(differ) / 8);
+      }
+      return limit;
+    }
+  }
+  int k = 1;
+  while (k < limit && at[k] == at[0]) ++k;
+  return k;
+}
+
 // Where the repeat at `distance` that holds at `position` ends: the first
 // byte from there on that differs from the one `distance` back.
 std::size_t repeatEnd(const std::uint8_t* in, std::size_t size, std::size_t position,
@@ -88,20 +106,30 @@ struct LongestMatches::Tree {
       : bits(std::clamp(static_cast<int>(std::bit_width(inputSize)), 8, 13)),
         heads(std::size_t{1} << bits, kEmpty) {
     std::fill(std::begin(holder), std::end(holder), kEmpty);
+    std::fill(&runs[0][0], &runs[0][0] + sizeof runs / sizeof runs[0][0], kEmpty);
   }
 
-  std::uint32_t key(const std::uint8_t* at) const {
-    const std::uint32_t three = at[0] | at[1] << 8 | at[2] << 16;
+  // The tree of a position that starts with `run` equal bytes: by its first
+  // three bytes, or for a run of 2 or more by the byte, the run's length and
+  // the byte that ends it. A match longer than the run can only come from a
+  // position with the same run and end, so runs of one byte, common in
+  // rasters, do not crowd one tree.
+  std::uint32_t key(const std::uint8_t* at, int run, int limit) const {
+    const std::uint32_t three =
+        run == 1 ? at[0] | at[1] << 8 | at[2] << 16
+                 : 0x80000000u | at[0] | static_cast<std::uint32_t>(run) << 8 |
+                       (run < limit ? at[run] : 0u) << 16;
     return (three * 2654435761u) >> (32 - bits);
   }
 
-  // Inserts `position` (whose `limit` bytes may be read, 32 when `wide`)
-  // and returns the longest match among the nodes, of length 0 if none.
+  // Inserts `position` (whose `limit` bytes may be read, 32 when `wide`,
+  // and whose first `run` bytes are equal) and returns the longest match
+  // among the nodes, of length 0 if none.
   std::pair<int, std::uint32_t> insert(const std::uint8_t* at, std::uint32_t position,
-                                       int limit, bool wide) {
+                                       int run, int limit, bool wide) {
     int best = 0;
     std::uint32_t distance = 0;
-    const std::uint32_t slot = key(at);
+    const std::uint32_t slot = key(at, run, limit);
     std::uint32_t node = heads[slot];
     heads[slot] = position;
     holder[position & (kCyclic - 1)] = position;
@@ -149,7 +177,8 @@ struct LongestMatches::Tree {
       const auto position = static_cast<std::uint32_t>(k);
       if (distance != 1) held = holder[(position - distance) & (kCyclic - 1)];
       if (position - held >= kRefresh) {
-        insert(in + k, position, kLongest, size - k >= 32);
+        const bool wide = size - k >= 32;
+        insert(in + k, position, runAt(in + k, kLongest, wide), kLongest, wide);
         held = position;
       } else {
         holder[position & (kCyclic - 1)] = held;
@@ -157,8 +186,32 @@ struct LongestMatches::Tree {
     }
   }
 
+  // A run of 3 or more bytes from its start on matches another run of the
+  // same byte for as long as the shorter of the two: for each byte value
+  // and run length (18 for 18 or more), where such a run last started.
+  void runStarts(std::uint8_t byte, int run, std::uint32_t position) {
+    runs[byte][run - kCodedFrom] = position;
+  }
+  // The source for a run of `run` bytes at `position` that gives the
+  // longest match among the runs known, or `position` itself if none.
+  std::uint32_t runSource(std::uint8_t byte, int run, std::uint32_t position) const {
+    const std::uint32_t* starts = runs[byte];
+    // A run at least as long: its last `run` bytes, which may go on to
+    // match what follows.
+    for (int length = run; length <= kLongest; ++length) {
+      const std::uint32_t source = starts[length - kCodedFrom] + (length - run);
+      if (position - source - 1 < kCyclic - 1) return source;
+    }
+    for (int length = run - 1; length >= kCodedFrom; --length) {
+      const std::uint32_t source = starts[length - kCodedFrom];
+      if (position - source - 1 < kCyclic - 1) return source;
+    }
+    return position;
+  }
+
   int bits;
   std::vector<std::uint32_t> heads;
+  std::uint32_t runs[256][kLongest - kCodedFrom + 1];
   std::uint32_t sons[2 * kCyclic];
   // For each of the last 4096 positions, the one in the trees that starts
   // with the same 18 bytes: itself, or for a stretch position what its
@@ -200,6 +253,7 @@ void LongestMatches::find(std::size_t from, std::size_t to, std::uint8_t* length
     if (i + kLongest <= stretchEnd) {
       const std::size_t stop = std::min(to, stretchEnd - kLongest + 1);
       tree.holdStretch(in, size, i, stop, stretchDistance);
+      if (stretchDistance == 1) tree.runStarts(in[i], kLongest, static_cast<std::uint32_t>(stop - 1));
       std::memset(lengths + (i - from), kLongest, stop - i);
       std::fill(distances + (i - from), distances + (stop - from),
                 static_cast<std::uint16_t>(stretchDistance));
@@ -214,9 +268,18 @@ void LongestMatches::find(std::size_t from, std::size_t to, std::uint8_t* length
     std::uint32_t distance = 0;
     if (limit >= kCodedFrom) {
       const bool wide = size - i >= 32;
-      if (i > 0) {
-        best = agreeing(in + i - 1, in + i, 0, limit, wide);
+      const int run = runAt(in + i, limit, wide);
+      const auto position = static_cast<std::uint32_t>(i);
+      if (i > 0 && in[i - 1] == in[i]) {
+        best = run;  // the run, from the byte before
         distance = 1;
+      } else if (run >= kCodedFrom) {
+        const std::uint32_t source = tree.runSource(in[i], run, position);
+        if (source != position) {
+          best = agreeing(in + source, in + i, 0, limit, wide);
+          distance = position - source;
+        }
+        tree.runStarts(in[i], run, position);
       }
       if (lastLength >= kCodedFrom && lastDistance != 1 && best < limit) {
         const int agree = agreeing(in + i - lastDistance, in + i, 0, limit, wide);
@@ -230,7 +293,7 @@ void LongestMatches::find(std::size_t from, std::size_t to, std::uint8_t* length
         stretchDistance = distance;
         continue;
       }
-      const auto [found, back] = tree.insert(in + i, static_cast<std::uint32_t>(i), limit, wide);
+      const auto [found, back] = tree.insert(in + i, position, run, limit, wide);
       if (found > best) {
         best = found;
         distance = back;

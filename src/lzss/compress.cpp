@@ -18,7 +18,7 @@
 namespace orvante::lzss {
 namespace {
 
-constexpr std::size_t kBlock = 8 << 10;
+constexpr std::size_t kBlock = 4 << 10;
 constexpr std::size_t kTail = 256;
 
 struct Scratch {
@@ -39,10 +39,7 @@ Bytes compress(ByteView input) {
   const std::uint8_t* in = input.data();
   auto scratch = std::make_unique_for_overwrite<Scratch>();
   LongestMatches finder(input);
-  // Room for the most a stream can take, 9 bytes for 8, so that the
-  // stream is never copied as it grows; only the pages written are used.
   Bytes out;
-  out.reserve(size + size / 8 + 1);
 
   std::uint8_t* write = scratch->units;
   std::uint8_t* flags = nullptr;
@@ -81,6 +78,11 @@ Bytes compress(ByteView input) {
     // Whole groups go out; an open one waits at the front for the next
     // block's units. The tail's matches serve the next block.
     std::uint8_t* const done = i == size || unit == 8 ? write : flags;
+    if (start == 0) {
+      // Room for the rest at the first block's rate and a quarter more.
+      const double rate = static_cast<double>(done - scratch->units) / static_cast<double>(i);
+      out.reserve(static_cast<std::size_t>(rate * 1.25 * static_cast<double>(size)) + 64);
+    }
     out.insert(out.end(), scratch->units, done);
     const auto open = static_cast<std::size_t>(write - done);
     std::memmove(scratch->units, done, open);

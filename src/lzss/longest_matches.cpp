@@ -27,8 +27,10 @@ namespace {
 constexpr int kDepth = 48;  // nodes visited at most
 // A stretch position goes into the trees when the position that last went
 // in with the same 18 bytes is this far back, so that those bytes stay
-// within reach after it has left the window.
+// within reach after it has left the window; one in kRefreshEvery does, as
+// its neighbours' matches one byte off serve nearly as well.
 constexpr std::uint32_t kRefresh = 2048;
+constexpr std::uint32_t kRefreshEvery = 4;
 // After this many positions without a match the input counts as
 // incompressible: the search thins out to one position in up to kSparsest
 // until it meets a match again, so random bytes cost little time (and lose
@@ -82,6 +84,14 @@ std::uint64_t load64(const std::uint8_t* at) {
   int k = 1;
   while (k < limit && at[k] == at[0]) ++k;
   return k;
+}
+
+// `count` copies of `value` from `at` on, four at a time.
+void fill16(std::uint16_t* at, std::size_t count, std::uint16_t value) {
+  const std::uint64_t four = value * 0x0001000100010001u;
+  std::size_t k = 0;
+  for (; k + 4 <= count; k += 4) std::memcpy(at + k, &four, sizeof four);
+  for (; k < count; ++k) at[k] = value;
 }
 
 // Where the repeat at `distance` that holds at `position` ends: the first
@@ -176,7 +186,7 @@ struct LongestMatches::Tree {
     for (std::size_t k = from; k < to; ++k) {
       const auto position = static_cast<std::uint32_t>(k);
       if (distance != 1) held = holder[(position - distance) & (kCyclic - 1)];
-      if (position - held >= kRefresh) {
+      if (position - held >= kRefresh && position % kRefreshEvery == 0) {
         const bool wide = size - k >= 32;
         insert(in + k, position, runAt(in + k, kLongest, wide), kLongest, wide);
         held = position;
@@ -255,8 +265,7 @@ void LongestMatches::find(std::size_t from, std::size_t to, std::uint8_t* length
       tree.holdStretch(in, size, i, stop, stretchDistance);
       if (stretchDistance == 1) tree.runStarts(in[i], kLongest, static_cast<std::uint32_t>(stop - 1));
       std::memset(lengths + (i - from), kLongest, stop - i);
-      std::fill(distances + (i - from), distances + (stop - from),
-                static_cast<std::uint16_t>(stretchDistance));
+      fill16(distances + (i - from), stop - i, static_cast<std::uint16_t>(stretchDistance));
       lastLength = kLongest;
       lastDistance = stretchDistance;
       misses = 0;

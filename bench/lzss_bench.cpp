@@ -2,7 +2,8 @@
 // the same rasters: a 4 x 6 inch shipping label of text and barcodes, the
 // same label size holding a dithered photo, a blank label, and random
 // bytes, at several sizes. Each reports MB/s and the stream's bytes
-// (out_bytes); the run ends with a table of the two side by side.
+// (out_bytes); the run ends with a table of the two side by side, its MB/s
+// from CPU time (the medians when repeated).
 //
 //   build/default/bench/lzss_bench --benchmark_repetitions=3
 

@@ -14,6 +14,11 @@ namespace orvante::lzss {
 // no console output; safe to call from any thread.
 Bytes encode(ByteView input);
 
+// A stream of the same format that decodes to the input, built for speed
+// and the fewest bytes; its matches copy only bytes of the input itself,
+// never the ring's initial fill. Safe to call from any thread.
+Bytes compress(ByteView input);
+
 // A stream that is truncated, refers to ring positions nothing has filled,
 // or runs past the expected size.
 class DecodeError : public std::runtime_error {

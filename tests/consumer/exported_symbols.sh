@@ -9,7 +9,7 @@ library="$1"
 symbols=$(nm -DC --defined-only "$library" | sed -E 's/^[0-9a-f]+ [A-Za-z] //')
 published_c='^(text_buf|lson|rson|dad|match_position|match_length|textsize|codesize|printcount|in_pos|out_size|LZSSEncoding|GetEncodeDataSize|Encode|InitTree|InsertNode|DeleteNode|my_getc|IsEOF|my_putc|BleReceivedLen|countPacket|ORVANTESDKVersionNumber|ORVANTESDKVersionString)$'
 public='^((typeinfo|typeinfo name|vtable|guard variable) for )?(orvante::|ORVANTESDK)'
-internal='orvante::(raster|text|direct|platform::bluez)::|orvante::transport::([^S]|S[^e])|orvante::lzss::(Ring|MatchFinder|encodeLoop)'
+internal='orvante::(raster|text|direct|platform::bluez)::|orvante::transport::([^S]|S[^e])|orvante::lzss::(Ring|MatchFinder|encodeLoop|LongestMatches|chooseCheapest)'
 outside=$(printf '%s\n' "$symbols" | grep -Ev "$published_c" | grep -Ev "$public" || true)
 inside=$(printf '%s\n' "$symbols" | grep -E "$internal" || true)
 if [ -n "$outside$inside" ]; then

@@ -1,5 +1,6 @@
-// orvante::Label: the same bytes as the session's operations, and bad
-// arguments refused with a reason.
+// orvante::Label: the same lines as the session's operations, bitmap
+// packets that decode to the session's rasters, and bad arguments refused
+// with a reason.
 
 #include <gtest/gtest.h>
 
@@ -67,9 +68,7 @@ TEST(Label, AnImageIsTheSessionsPacketClosedByALineEnd) {
   const Image picture = stripes(100, 40);
   const Bytes published = sentBy([&](auto& s) { s.SendPic(picture, 16, 8); });
   const Bytes label = Label().image(16, 8, picture).bytes();
-  // SendPic follows the packet with "\r\nPRINT 1\r\n".
-  ASSERT_EQ(published.size(), label.size() + 9);
-  EXPECT_TRUE(std::equal(label.begin(), label.end(), published.begin()));
+  expectSamePacket(label, published, "\r\nPRINT 1\r\n");
   // The packet decodes to the raster: every third column dark.
   const Bytes raster = lzss::decode(ByteView(label).subspan(16, label.size() - 18), 13 * 40);
   EXPECT_EQ(raster[0], 0b01101101);

@@ -1,5 +1,6 @@
-// orvante::Label's rendered text and PDF pages: the same packets as the
-// session's windowsfont and PDF printing, and refusals with a reason.
+// orvante::Label's rendered text and PDF pages: packets that decode to the
+// rasters of the session's windowsfont and PDF printing, and refusals with
+// a reason.
 
 #include <cairo-pdf.h>
 #include <gtest/gtest.h>
@@ -14,8 +15,10 @@ using namespace orvante::testing;
 
 TEST(LabelRendering, RenderedTextIsTheSessionsPacket) {
   QuietStdout quiet;
-  EXPECT_EQ(Label().renderedText(16, 24, "DejaVu Sans", 32, "Fresh Basil", {true, false, 90}).bytes(),
-            sentBy([](auto& s) { s.windowsfont(16, 24, 32, 90, 2, 0, "DejaVu Sans", "Fresh Basil"); }));
+  expectSamePacket(
+      Label().renderedText(16, 24, "DejaVu Sans", 32, "Fresh Basil", {true, false, 90}).bytes(),
+      sentBy([](auto& s) { s.windowsfont(16, 24, 32, 90, 2, 0, "DejaVu Sans", "Fresh Basil"); }),
+      "\r\n");
   EXPECT_THROW(Label().renderedText(0, 0, "DejaVu Sans", 0, "x"), std::invalid_argument);
   EXPECT_THROW(Label().size(20, 10).renderedText(0, 0, "DejaVu Sans", 60, "Too wide for it"),
                std::invalid_argument);
@@ -42,9 +45,7 @@ TEST(LabelRendering, APdfPageIsTheSessionsPacket) {
   EXPECT_FALSE(document.pageSize(3));
   const Bytes label = Label().pdfPage(8, 4, document, 2).bytes();
   const Bytes published = sentBy([&](auto& s) { s.printPDFbyPath(path, 8, 4, 203, 2); });
-  // printPDFbyPath follows the packet with "\r\nPRINT 1\r\n".
-  ASSERT_EQ(published.size(), label.size() + 9);
-  EXPECT_TRUE(std::equal(label.begin(), label.end(), published.begin()));
+  expectSamePacket(label, published, "\r\nPRINT 1\r\n");
   EXPECT_THROW(Label().pdfPage(0, 0, document, 3), std::invalid_argument);
   EXPECT_THROW(Label().pdfPage(0, 0, PdfDocument(), 1), std::invalid_argument);
 }

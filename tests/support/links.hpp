@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <orvante/lzss.hpp>
+
 #include "test_session.hpp"
 
 namespace orvante::testing {
@@ -96,6 +98,22 @@ Bytes sentBy(Operation&& operation) {
   auto peer = printer.connection();
   EXPECT_TRUE(peer->waitForHangUp());
   return peer->received();
+}
+
+// A label's bitmap packet against the session's for the same element: the
+// same 16-byte header, streams that decode to the same raster (the label's
+// from lzss::compress, the session's from the classic encoder) and the
+// label's closed by a line end. `after` is what the session sends past its
+// stream.
+inline void expectSamePacket(const Bytes& label, const Bytes& published, std::string_view after) {
+  ASSERT_GE(label.size(), 18u);
+  ASSERT_GE(published.size(), 16 + after.size());
+  EXPECT_EQ(Bytes(label.begin(), label.begin() + 16), Bytes(published.begin(), published.begin() + 16));
+  EXPECT_EQ(textOf(ByteView(label).last(2)), "\r\n");
+  EXPECT_EQ(textOf(ByteView(published).last(after.size())), after);
+  const std::size_t size = std::size_t(label[6] | label[7] << 8) * std::size_t(label[8] | label[9] << 8);
+  EXPECT_EQ(lzss::decode(ByteView(label).subspan(16, label.size() - 18), size),
+            lzss::decode(ByteView(published).subspan(16, published.size() - 16 - after.size()), size));
 }
 
 inline std::vector<std::size_t> writeSizes(const Timeline& timeline) {

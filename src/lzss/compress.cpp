@@ -1,0 +1,99 @@
+// The compressor: the longest match at every position, the cheapest parse
+// over a block of them, and the units written. Each block's parse is cut at
+// its end; only its units up to a tail before that end are written, and
+// the next block starts where they stop, so the cut costs nothing where the
+// parse settles within the tail. The work stays in the cache, and the
+// scratch memory is small enough to be reused from call to call.
+
+#include <orvante/lzss.hpp>
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+
+#include "cheapest_parse.hpp"
+#include "longest_matches.hpp"
+#include "ring.hpp"
+
+namespace orvante::lzss {
+namespace {
+
+constexpr std::size_t kBlock = 4 << 10;
+constexpr std::size_t kTail = 256;
+
+struct Scratch {
+  std::uint8_t longest[kBlock];
+  std::uint8_t taken[kBlock];
+  std::uint16_t distances[kBlock];
+  std::uint32_t bits[kBlock + 1];
+  // A block's units: a flag byte, then 8 units of 1 (literal) or 2 (match)
+  // bytes, so at most 9 bytes for 8 input bytes; and a group left open by
+  // the block before.
+  std::uint8_t units[kBlock + kBlock / 8 + 32];
+};
+
+}  // namespace
+
+Bytes compress(ByteView input) {
+  const std::size_t size = input.size();
+  const std::uint8_t* in = input.data();
+  auto scratch = std::make_unique_for_overwrite<Scratch>();
+  LongestMatches finder(input);
+  Bytes out;
+
+  std::uint8_t* write = scratch->units;
+  std::uint8_t* flags = nullptr;
+  unsigned unit = 8;  // units in the current group
+  // Matches are known for [start, found); the block parses [start, end).
+  std::size_t start = 0, found = 0;
+  while (start < size) {
+    const std::size_t end = std::min(size, start + kBlock);
+    finder.find(found, end, &scratch->longest[found - start], &scratch->distances[found - start]);
+    found = end;
+    chooseCheapest(end - start, scratch->longest, scratch->taken, scratch->bits);
+    const std::size_t keep = end == size ? size : end - kTail;
+    std::size_t i = start;
+    while (i < keep) {
+      if (unit == 8) {
+        flags = write++;
+        *flags = 0;
+        unit = 0;
+      }
+      const std::size_t length = scratch->taken[i - start];
+      if (length == 1) {
+        *flags |= static_cast<std::uint8_t>(1u << unit);
+        *write++ = in[i];
+      } else {
+        // The ring slot the source went to; the first input byte went to
+        // kStart.
+        const auto slot = static_cast<std::uint32_t>(
+            (kStart + i - scratch->distances[i - start]) & (kRing - 1));
+        write[0] = static_cast<std::uint8_t>(slot);
+        write[1] = static_cast<std::uint8_t>(((slot >> 4) & 0xF0) | (length - kCodedFrom));
+        write += 2;
+      }
+      ++unit;
+      i += length;
+    }
+    // Whole groups go out; an open one waits at the front for the next
+    // block's units. The tail's matches serve the next block.
+    std::uint8_t* const done = i == size || unit == 8 ? write : flags;
+    if (start == 0) {
+      // Room for the rest at the first block's rate and a quarter more.
+      const double rate = static_cast<double>(done - scratch->units) / static_cast<double>(i);
+      out.reserve(static_cast<std::size_t>(rate * 1.25 * static_cast<double>(size)) + 64);
+    }
+    out.insert(out.end(), scratch->units, done);
+    const auto open = static_cast<std::size_t>(write - done);
+    std::memmove(scratch->units, done, open);
+    flags = scratch->units;
+    write = scratch->units + open;
+    std::memmove(scratch->longest, &scratch->longest[i - start], end - i);
+    std::memmove(scratch->distances, &scratch->distances[i - start],
+                 (end - i) * sizeof scratch->distances[0]);
+    start = i;
+  }
+  return out;
+}
+
+}  // namespace orvante::lzss

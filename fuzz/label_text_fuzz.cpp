@@ -45,7 +45,7 @@ std::string expected(const std::string& command, const std::vector<std::string>&
   return text + "]";
 }
 
-std::string bytesIn(const std::string& text, TextEncoding encoding) {
+std::string bytesIn(const std::string& text, Encoding encoding) {
   return textOf(encode(text, encoding));
 }
 
@@ -64,17 +64,17 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         break;
       case 1:
         label.text(1, 2, "3", text, {0, 1, 1, Encoding::Big5});
-        want = expected("TEXT", {"1", "2", "3", "0", "1", "1", bytesIn(text, TextEncoding::Big5)});
+        want = expected("TEXT", {"1", "2", "3", "0", "1", "1", bytesIn(text, Encoding::Big5)});
         break;
       case 2:
         label.text(1, 2, "3", text, {0, 1, 1, Encoding::Gb18030});
         want =
-            expected("TEXT", {"1", "2", "3", "0", "1", "1", bytesIn(text, TextEncoding::Gb18030)});
+            expected("TEXT", {"1", "2", "3", "0", "1", "1", bytesIn(text, Encoding::Gb18030)});
         break;
       case 3:
         label.barcode(1, 2, "128", text, 10);
         want = expected("BARCODE", {"1", "2", "128", "10", "1", "0", "2", "2",
-                                    bytesIn(text, TextEncoding::Big5Hkscs)});
+                                    bytesIn(text, Encoding::Big5Hkscs)});
         break;
       case 4:
         label.text(1, 2, text, "x");

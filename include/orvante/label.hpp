@@ -25,6 +25,7 @@
 
 #include <orvante/bytes.hpp>
 #include <orvante/dither.hpp>
+#include <orvante/encoding.hpp>
 #include <orvante/export.hpp>
 #include <orvante/image.hpp>
 #include <orvante/pdf.hpp>
@@ -32,9 +33,6 @@
 ORVANTE_API_BEGIN
 
 namespace orvante {
-
-// The encodings printer-font text can be sent in.
-enum class Encoding { Utf8, Big5, Gb18030, Big5Hkscs };
 
 struct ImageOptions {
   Dither dither = Dither::Threshold;

@@ -7,6 +7,7 @@
 #include <orvante/commands.hpp>
 #include <orvante/delivery.hpp>
 #include <orvante/dither.hpp>
+#include <orvante/encoding.hpp>
 #include <orvante/error.hpp>
 #include <orvante/exception.hpp>
 #include <orvante/field.hpp>

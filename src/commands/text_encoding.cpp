@@ -7,17 +7,17 @@
 namespace orvante {
 namespace {
 
-const char* iconvName(TextEncoding encoding) {
+const char* iconvName(Encoding encoding) {
   switch (encoding) {
-    case TextEncoding::Utf8:
+    case Encoding::Utf8:
       return "UTF-8";
-    case TextEncoding::Big5:
+    case Encoding::Big5:
       return "BIG5";
-    case TextEncoding::Big5Hkscs:
+    case Encoding::Big5Hkscs:
       return "BIG5-HKSCS";
-    case TextEncoding::Gb18030:
+    case Encoding::Gb18030:
       return "GB18030";
-    case TextEncoding::MacRoman:
+    case Encoding::MacRoman:
       return "MACINTOSH";
   }
   return "UTF-8";
@@ -62,10 +62,10 @@ std::optional<Bytes> convert(ByteView input, const char* from, const char* to) {
 
 }  // namespace
 
-Bytes encode(std::string_view text, TextEncoding encoding) {
+Bytes encode(std::string_view text, Encoding encoding) {
   // Command lines are nearly always ASCII, which every one of these
   // encodings leaves as it is.
-  if (encoding == TextEncoding::Utf8 || isAscii(text)) return bytesOf(text);
+  if (encoding == Encoding::Utf8 || isAscii(text)) return bytesOf(text);
   return convert(viewOf(text), "UTF-8", iconvName(encoding)).value_or(Bytes{});
 }
 

@@ -6,20 +6,13 @@
 #include <string_view>
 
 #include <orvante/bytes.hpp>
+#include <orvante/encoding.hpp>
 
 namespace orvante {
 
-enum class TextEncoding {
-  Utf8,       // sendcommand:, the printer-font text in UTF-8, queries
-  Big5,       // the Big5 members
-  Big5Hkscs,  // most command builders and the download header
-  Gb18030,    // the members named for GB 2312
-  MacRoman,   // the BITMAP command's header
-};
-
 // The UTF-8 text in the encoding; an empty buffer when the encoding cannot
 // represent it (the caller sends that empty buffer all the same).
-Bytes encode(std::string_view text, TextEncoding encoding);
+Bytes encode(std::string_view text, Encoding encoding);
 
 // The bytes as text, when they are valid UTF-8; none otherwise.
 std::optional<std::string> decodeUtf8(ByteView bytes);

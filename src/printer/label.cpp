@@ -36,19 +36,6 @@ constexpr std::array<std::string_view, 24> kBarcodeTypes{
     "EAN13", "EAN8", "UPCA",    "UPCE", "CODA",  "CODABAR", "ITF14",   "EAN14",
     "MSI",   "MSIC", "PLESSEY", "POST", "CPOST", "11",      "LOGMARS", "CODE128"};
 
-TextEncoding textEncodingOf(Encoding encoding) {
-  switch (encoding) {
-    case Encoding::Utf8:
-      return TextEncoding::Utf8;
-    case Encoding::Big5:
-      return TextEncoding::Big5;
-    case Encoding::Gb18030:
-      return TextEncoding::Gb18030;
-    case Encoding::Big5Hkscs:
-      break;
-  }
-  return TextEncoding::Big5Hkscs;
-}
 
 void require(bool condition, const std::string& message) {
   if (!condition) throw std::invalid_argument(message);
@@ -103,7 +90,7 @@ Label::Label(int dpi) : dpi_(dpi) {
 }
 
 void Label::append(std::string_view text, Encoding encoding) {
-  append(encode(text, textEncodingOf(encoding)));
+  append(encode(text, encoding));
 }
 
 void Label::append(ByteView bytes) {
@@ -161,7 +148,7 @@ Label& Label::text(int x, int y, std::string_view font, std::string_view content
     require(multiplier >= 1 && multiplier <= 10,
             "a text multiplier must be 1 to 10, not " + std::to_string(multiplier));
   }
-  const Bytes encoded = encode(content, textEncodingOf(options.encoding));
+  const Bytes encoded = encode(content, options.encoding);
   require(content.empty() || !encoded.empty(), "the text cannot be written in the chosen encoding");
   const std::string line =
       commands::textLine(x, y, std::string(font), options.rotation, options.xMultiplier,
@@ -187,7 +174,7 @@ Label& Label::barcode(int x, int y, std::string_view type, std::string_view code
       commands::barcodeLine(x, y, std::string(type), height, options.readable ? 1 : 0,
                             options.rotation, options.narrow, options.wide, std::string(code));
   // The line goes in Big5-HKSCS, where a character's bytes may end in '~'.
-  fields::requireQuotable("the code", encode(code, TextEncoding::Big5Hkscs));
+  fields::requireQuotable("the code", encode(code, Encoding::Big5Hkscs));
   append(line);
   return *this;
 }

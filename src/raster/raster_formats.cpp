@@ -114,7 +114,7 @@ std::string bitmapCommandText(std::int32_t x, std::int32_t y, std::int32_t bytes
 
 Bytes bitmapCommand(std::int32_t x, std::int32_t y, std::int32_t bytesPerRow, std::int32_t rows,
                     ByteView raster) {
-  Bytes command = encode(bitmapCommandText(x, y, bytesPerRow, rows), TextEncoding::MacRoman);
+  Bytes command = encode(bitmapCommandText(x, y, bytesPerRow, rows), Encoding::MacRoman);
   command.insert(command.end(), raster.begin(), raster.end());
   command.push_back('\r');
   command.push_back('\n');

@@ -12,7 +12,7 @@
 
 using orvante::Bytes;
 using orvante::ByteView;
-using orvante::TextEncoding;
+using orvante::Encoding;
 
 namespace {
 
@@ -33,7 +33,7 @@ std::optional<Bytes> readFile(const std::string& path) {
 }
 
 Bytes header(const std::string& name, std::size_t size) {
-  return orvante::encode(orvante::commands::downloadHeader(name, size, orvante::commands::Placement::AsGiven), TextEncoding::Big5Hkscs);
+  return orvante::encode(orvante::commands::downloadHeader(name, size, orvante::commands::Placement::AsGiven), Encoding::Big5Hkscs);
 }
 
 const Bytes kLineEnd = orvante::bytesOf("\r\n");

@@ -6,14 +6,14 @@
 #include "internals.hpp"
 #include "session_ops.hpp"
 
-using orvante::TextEncoding;
+using orvante::Encoding;
 using V = orvante::Value;
 
 namespace orvante {
 
 // How one builder sends its text.
 struct LayoutRule {
-  TextEncoding encoding;
+  Encoding encoding;
   // The result after a BLE send: setup, clear, barcode and printer-font
   // text report -1 although their bytes went out.
   std::int64_t bleResult;
@@ -25,14 +25,14 @@ struct LayoutRule {
 
 namespace {
 
-constexpr orvante::LayoutRule kSetup{TextEncoding::Big5Hkscs, -1, true};
-constexpr orvante::LayoutRule kClear{TextEncoding::Big5Hkscs, -1, false};
-constexpr orvante::LayoutRule kBarcode{TextEncoding::Big5Hkscs, -1, true};
-constexpr orvante::LayoutRule kTextUtf8{TextEncoding::Utf8, -1, true};
-constexpr orvante::LayoutRule kTextGb18030{TextEncoding::Gb18030, -1, true};
-constexpr orvante::LayoutRule kTextBig5{TextEncoding::Big5, -1, true};
-constexpr orvante::LayoutRule kPrint{TextEncoding::Big5Hkscs, 1, true};
-constexpr orvante::LayoutRule kFeed{TextEncoding::Big5Hkscs, 1, false};
+constexpr orvante::LayoutRule kSetup{Encoding::Big5Hkscs, -1, true};
+constexpr orvante::LayoutRule kClear{Encoding::Big5Hkscs, -1, false};
+constexpr orvante::LayoutRule kBarcode{Encoding::Big5Hkscs, -1, true};
+constexpr orvante::LayoutRule kTextUtf8{Encoding::Utf8, -1, true};
+constexpr orvante::LayoutRule kTextGb18030{Encoding::Gb18030, -1, true};
+constexpr orvante::LayoutRule kTextBig5{Encoding::Big5, -1, true};
+constexpr orvante::LayoutRule kPrint{Encoding::Big5Hkscs, 1, true};
+constexpr orvante::LayoutRule kFeed{Encoding::Big5Hkscs, 1, false};
 
 using orvante::commands::barcodeLine;
 using orvante::commands::printLine;

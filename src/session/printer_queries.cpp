@@ -153,7 +153,7 @@ std::optional<Bytes> ORVANTESDK::sendcommand_getstring(const std::string& text) 
 
 std::optional<Bytes> ORVANTESDK::sendcommand_getstring(const std::string& text, double delay) {
   pause(delay);
-  const Bytes bytes = orvante::encode(text, orvante::TextEncoding::Utf8);
+  const Bytes bytes = orvante::encode(text, orvante::Encoding::Utf8);
   const auto link = SessionOps::currentLink(*this);
   if (link == Link::None) return std::nullopt;
   if (link == Link::Ble) {

@@ -7,7 +7,7 @@
 #include "session_ops.hpp"
 
 using orvante::ByteView;
-using orvante::TextEncoding;
+using orvante::Encoding;
 
 std::int64_t SessionOps::sendRawText(ORVANTESDK& s, ByteView bytes) {
   switch (SessionOps::currentLink(s)) {
@@ -28,16 +28,16 @@ std::int64_t SessionOps::sendRawText(ORVANTESDK& s, ByteView bytes) {
 
 std::int64_t ORVANTESDK::sendcommand(const std::string& text) {
   if (stream_status() == -1) return -1;
-  return SessionOps::sendRawText(*this, orvante::encode(text, TextEncoding::Utf8));
+  return SessionOps::sendRawText(*this, orvante::encode(text, Encoding::Utf8));
 }
 
 std::int64_t ORVANTESDK::sendcommand(const std::string& text, std::uint64_t delay) {
   pause(static_cast<double>(delay));
-  return SessionOps::sendRawText(*this, orvante::encode(text, TextEncoding::Utf8));
+  return SessionOps::sendRawText(*this, orvante::encode(text, Encoding::Utf8));
 }
 
 std::int64_t ORVANTESDK::sendcommand_utf8(const std::string& text) {
-  return SessionOps::sendRawText(*this, orvante::encode(text, TextEncoding::Utf8));
+  return SessionOps::sendRawText(*this, orvante::encode(text, Encoding::Utf8));
 }
 
 std::int64_t ORVANTESDK::sendcommand_utf8(const std::string& text, std::uint64_t) {
@@ -45,7 +45,7 @@ std::int64_t ORVANTESDK::sendcommand_utf8(const std::string& text, std::uint64_t
 }
 
 std::int64_t ORVANTESDK::sendcommand_gb2312(const std::string& text) {
-  return SessionOps::sendRawText(*this, orvante::encode(text, TextEncoding::Gb18030));
+  return SessionOps::sendRawText(*this, orvante::encode(text, Encoding::Gb18030));
 }
 
 std::int64_t ORVANTESDK::sendcommand_gb2312(const std::string& text, std::uint64_t) {
@@ -53,7 +53,7 @@ std::int64_t ORVANTESDK::sendcommand_gb2312(const std::string& text, std::uint64
 }
 
 std::int64_t ORVANTESDK::sendcommand_big5(const std::string& text) {
-  return SessionOps::sendRawText(*this, orvante::encode(text, TextEncoding::Big5));
+  return SessionOps::sendRawText(*this, orvante::encode(text, Encoding::Big5));
 }
 
 std::int64_t ORVANTESDK::sendcommand_big5(const std::string& text, std::uint64_t) {

@@ -13,7 +13,7 @@
 
 using orvante::Bytes;
 using orvante::Image;
-using orvante::TextEncoding;
+using orvante::Encoding;
 
 namespace {
 
@@ -72,7 +72,7 @@ std::int64_t ORVANTESDK::windowsfont(std::int32_t x, std::int32_t y, std::int32_
   endCRLF = std::string("\r\n");
   Bytes message = orvante::raster::packetHeader(x, y, text.bytesPerRow, text.rows);
   append(message, SessionOps::compressRaster(*this, text.bits));
-  append(message, orvante::encode(*endCRLF.load(), TextEncoding::MacRoman));
+  append(message, orvante::encode(*endCRLF.load(), Encoding::MacRoman));
   pause(kTextPause);
   return SessionOps::sendBuilderBytes(*this, message) == Link::None ? -1 : 1;
 }
@@ -90,8 +90,8 @@ std::int64_t ORVANTESDK::windowsfontFromX(std::int32_t x, std::int32_t y, std::i
   end = Bytes{};
   endCRLF = std::string("\r\n");
   commandbuffer = orvante::raster::bitmapCommandText(x, y, text.bytesPerRow, text.rows);
-  _writeData = orvante::encode(*commandbuffer.load(), TextEncoding::MacRoman);
-  end = orvante::encode(*endCRLF.load(), TextEncoding::MacRoman);
+  _writeData = orvante::encode(*commandbuffer.load(), Encoding::MacRoman);
+  end = orvante::encode(*endCRLF.load(), Encoding::MacRoman);
   Bytes message = *_writeData.load();
   append(message, text.bits);
   append(message, *end.load());

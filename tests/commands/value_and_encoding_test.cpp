@@ -42,30 +42,30 @@ TEST(Value, FloatValueReadsTheLeadingNumber) {
   EXPECT_FLOAT_EQ(Value(3).floatValue(), 3.0f);
 }
 
-TEST(TextEncoding, AsciiIsTheSameInEveryEncodingAndChineseIsNot) {
+TEST(Encoding, AsciiIsTheSameInEveryEncodingAndChineseIsNot) {
   const std::string line = "TEXT 10, 20, \"3\", 0, 1, 1, \"ABC 123\"\r\n";
-  for (auto encoding : {TextEncoding::Utf8, TextEncoding::Big5, TextEncoding::Big5Hkscs,
-                        TextEncoding::Gb18030, TextEncoding::MacRoman}) {
+  for (auto encoding : {Encoding::Utf8, Encoding::Big5, Encoding::Big5Hkscs,
+                        Encoding::Gb18030, Encoding::MacRoman}) {
     EXPECT_EQ(encode(line, encoding), bytesOf(line));
   }
   const std::string chinese = "\xE4\xB8\xAD\xE6\x96\x87";  // "Chinese", two characters
-  EXPECT_EQ(encode(chinese, TextEncoding::Big5), (Bytes{0xA4, 0xA4, 0xA4, 0xE5}));
-  EXPECT_EQ(encode(chinese, TextEncoding::Big5Hkscs), (Bytes{0xA4, 0xA4, 0xA4, 0xE5}));
-  EXPECT_EQ(encode(chinese, TextEncoding::Gb18030), (Bytes{0xD6, 0xD0, 0xCE, 0xC4}));
-  EXPECT_EQ(encode(chinese, TextEncoding::Utf8), bytesOf(chinese));
+  EXPECT_EQ(encode(chinese, Encoding::Big5), (Bytes{0xA4, 0xA4, 0xA4, 0xE5}));
+  EXPECT_EQ(encode(chinese, Encoding::Big5Hkscs), (Bytes{0xA4, 0xA4, 0xA4, 0xE5}));
+  EXPECT_EQ(encode(chinese, Encoding::Gb18030), (Bytes{0xD6, 0xD0, 0xCE, 0xC4}));
+  EXPECT_EQ(encode(chinese, Encoding::Utf8), bytesOf(chinese));
 }
 
-TEST(TextEncoding, TextTheEncodingLacksBecomesNoBytes) {
-  EXPECT_TRUE(encode("caf\xC3\xA9", TextEncoding::Big5).empty());
-  EXPECT_TRUE(encode("\xF0\x9F\x98\x80", TextEncoding::Big5Hkscs).empty());
-  EXPECT_TRUE(encode("\xFF\xFE", TextEncoding::Gb18030).empty());
+TEST(Encoding, TextTheEncodingLacksBecomesNoBytes) {
+  EXPECT_TRUE(encode("caf\xC3\xA9", Encoding::Big5).empty());
+  EXPECT_TRUE(encode("\xF0\x9F\x98\x80", Encoding::Big5Hkscs).empty());
+  EXPECT_TRUE(encode("\xFF\xFE", Encoding::Gb18030).empty());
   // A long text that needs more room than the first guess converts whole.
   std::string many;
   for (int i = 0; i < 5000; ++i) many += "\xE4\xB8\xAD";
-  EXPECT_EQ(encode(many, TextEncoding::Gb18030).size(), 10000u);
+  EXPECT_EQ(encode(many, Encoding::Gb18030).size(), 10000u);
 }
 
-TEST(TextEncoding, DecodingRejectsWhatIsNotTextInTheEncoding) {
+TEST(Encoding, DecodingRejectsWhatIsNotTextInTheEncoding) {
   EXPECT_EQ(decodeUtf8(bytesOf("ok \xE4\xB8\xAD")), "ok \xE4\xB8\xAD");
   EXPECT_EQ(decodeUtf8(Bytes{0x41, 0xFF}), std::nullopt);
   EXPECT_EQ(decodeUtf8(Bytes{0xE4, 0xB8}), std::nullopt);

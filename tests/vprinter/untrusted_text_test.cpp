@@ -81,7 +81,7 @@ TEST(UntrustedText, TextAndCodesPrintAsGivenOrAreRefused) {
     printsAsGivenOrIsRefused([&](Label& l) { l.text(10, 20, "3", text); }, "the content",
                              journaled("TEXT", {"10", "20", "3", "0", "1", "1", text}));
     // Barcodes go in Big5-HKSCS.
-    const std::string big5 = textOf(encode(text, TextEncoding::Big5Hkscs));
+    const std::string big5 = textOf(encode(text, Encoding::Big5Hkscs));
     printsAsGivenOrIsRefused(
         [&](Label& l) { l.barcode(10, 20, "128", text, 50); }, "the code",
         journaled("BARCODE", {"10", "20", "128", "50", "1", "0", "2", "2", big5}));

@@ -98,8 +98,9 @@ TEST(Delivery, APrinterThatGoesAwayOrReportsAFaultIsWaitedOutAndNoLabelIsSkipped
   EXPECT_NE(std::find(said.begin(), said.end(), "out of paper"), said.end());
 
   // A fault that comes with a label: that label goes again once it clears.
+  const std::size_t before = printer->received().size();
   std::thread clear([&] {
-    ASSERT_TRUE(printer->waitForBytes(printer->received().size() + 1));
+    ASSERT_TRUE(printer->waitForBytes(before + 1));
     printer->setStatus(0x01);
     std::this_thread::sleep_for(200ms);
     printer->setStatus(0x00);

@@ -90,7 +90,10 @@ Label::Label(int dpi) : dpi_(dpi) {
 }
 
 void Label::append(std::string_view text, Encoding encoding) {
-  append(encode(text, encoding));
+  const Bytes encoded = encode(text, encoding);
+  // The session sends such a line as no bytes at all; a label refuses it.
+  require(text.empty() || !encoded.empty(), "the line cannot be written in its encoding");
+  append(encoded);
 }
 
 void Label::append(ByteView bytes) {
@@ -174,7 +177,9 @@ Label& Label::barcode(int x, int y, std::string_view type, std::string_view code
       commands::barcodeLine(x, y, std::string(type), height, options.readable ? 1 : 0,
                             options.rotation, options.narrow, options.wide, std::string(code));
   // The line goes in Big5-HKSCS, where a character's bytes may end in '~'.
-  fields::requireQuotable("the code", encode(code, Encoding::Big5Hkscs));
+  const Bytes encoded = encode(code, Encoding::Big5Hkscs);
+  require(!encoded.empty(), "the code cannot be written in Big5-HKSCS, the encoding of barcodes");
+  fields::requireQuotable("the code", encoded);
   append(line);
   return *this;
 }

@@ -126,6 +126,10 @@ TEST(UntrustedText, TheLanguagesEncodingsCannotSmuggleAnImmediateCommand) {
   EXPECT_THROW(Label().text(0, 0, "3", "亊!", {0, 1, 1, Encoding::Gb18030}), std::invalid_argument);
   EXPECT_NO_THROW(Label().text(0, 0, "3", "才 !", {0, 1, 1, Encoding::Big5}));
   EXPECT_THROW(Label().barcode(0, 0, "128", "才!", 10), std::invalid_argument);
+  // Bytes that are no UTF-8, or a character Big5-HKSCS lacks, are refused
+  // rather than sent as an empty line.
+  EXPECT_THROW(Label().barcode(0, 0, "128", "SHIP\xD2", 10), std::invalid_argument);
+  EXPECT_THROW(Label().barcode(0, 0, "128", "\U0001F600", 10), std::invalid_argument);
 }
 
 TEST(UntrustedText, DeviceSettingsAreEscapedOrRefusedAndTheSessionKeepsItsBytes) {

@@ -11,7 +11,6 @@
 #include <orvante/error.hpp>
 #include <orvante/exception.hpp>
 #include <orvante/field.hpp>
-#include <orvante/geometry.hpp>
 #include <orvante/image.hpp>
 #include <orvante/label.hpp>
 #include <orvante/log.hpp>

@@ -1,11 +1,19 @@
 #include "rotation.hpp"
 
-#include <orvante/geometry.hpp>
-
 #include "cairo_image.hpp"
 #include "pixel_budget.hpp"
 
 namespace orvante::raster {
+
+namespace {
+
+// Degrees to radians: multiplied first, then divided, so results match the
+// published rounding bit for bit.
+double radians(double degrees) {
+  return degrees * 3.141592653589793 / 180;
+}
+
+}  // namespace
 
 Image rotateImage(const Image& image, double degrees) {
   const Size source = image.size();

@@ -3,7 +3,7 @@
 #include "../platform/bluez/central.hpp"
 #include "../platform/bluez/serial_accessories.hpp"
 #include "../platform/linux/system_accessories.hpp"
-#include "../transport/socket_streams.hpp"
+#include "../transport/link_streams.hpp"
 
 namespace orvante {
 

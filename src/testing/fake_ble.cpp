@@ -1,5 +1,8 @@
 #include <orvante/testing/fake_ble.hpp>
 
+#include "../transport/delegate_slot.hpp"
+#include "../transport/serial_queue.hpp"
+
 #include <atomic>
 #include <cstdio>
 
@@ -46,8 +49,22 @@ void FakeService::markDiscovered() {
 
 // --- peripheral --------------------------------------------------------------
 
+struct FakePeripheral::Slot : transport::DelegateSlot<ble::PeripheralDelegate> {};
+
+struct FakeCentral::Plumbing {
+  Plumbing(ble::CentralDelegate& delegate, std::string queueName)
+      : delegate(&delegate), queue(std::move(queueName)) {}
+  transport::DelegateSlot<ble::CentralDelegate> delegate;
+  transport::SerialQueue queue;
+};
+
 FakePeripheral::FakePeripheral(std::string identifier, std::optional<std::string> name)
-    : identifier_(std::move(identifier)), name_(name), localName_(std::move(name)) {}
+    : identifier_(std::move(identifier)),
+      name_(name),
+      delegate_(std::make_unique<Slot>()),
+      localName_(std::move(name)) {}
+
+FakePeripheral::~FakePeripheral() = default;
 
 std::shared_ptr<FakePeripheral> FakePeripheral::printer(std::string name,
                                                         std::string manufacturer) {
@@ -116,10 +133,10 @@ void FakePeripheral::post(
     return central_.lock();
   }();
   if (!central) return;
-  central->queue_.post([weak = weak_from_this(), f = std::move(f)] {
+  central->plumbing_->queue.post([weak = weak_from_this(), f = std::move(f)] {
     auto self = weak.lock();
     if (!self) return;
-    self->delegate_.deliver([&](ble::PeripheralDelegate& delegate) { f(delegate, self); });
+    self->delegate_->deliver([&](ble::PeripheralDelegate& delegate) { f(delegate, self); });
   });
 }
 
@@ -185,7 +202,7 @@ std::optional<std::string> FakePeripheral::advertisedName() const {
 }
 
 ble::PeripheralDelegate* FakePeripheral::delegate() const {
-  return delegate_.get();
+  return delegate_->get();
 }
 
 ble::PeripheralState FakePeripheral::state() const {
@@ -200,7 +217,7 @@ std::vector<std::shared_ptr<ble::Service>> FakePeripheral::services() const {
 }
 
 void FakePeripheral::setDelegate(ble::PeripheralDelegate* delegate) {
-  delegate_.set(delegate);
+  delegate_->set(delegate);
 }
 
 void FakePeripheral::discoverServices() {
@@ -282,8 +299,9 @@ void FakePeripheral::writeValue(ByteView data,
     });
   }
   if (responder && !error && central) {
-    central->queue_.post([weak = weak_from_this(), responder, uuid = characteristic->uuid(),
-                          bytes = Bytes(data.begin(), data.end())] {
+    central->plumbing_->queue.post([weak = weak_from_this(), responder,
+                                    uuid = characteristic->uuid(),
+                                    bytes = Bytes(data.begin(), data.end())] {
       if (auto self = weak.lock()) responder(*self, uuid, bytes);
     });
   }
@@ -301,17 +319,16 @@ void FakePeripheral::setNotifyValue(bool enabled,
 FakeCentral::FakeCentral(ble::CentralDelegate& delegate, std::string queueName,
                          ble::CentralState state,
                          std::vector<std::shared_ptr<FakePeripheral>> inRange, bool autoAdvertise)
-    : delegate_(&delegate),
+    : plumbing_(std::make_unique<Plumbing>(delegate, std::move(queueName))),
       state_(state),
       inRange_(std::move(inRange)),
-      autoAdvertise_(autoAdvertise),
-      queue_(std::move(queueName)) {}
+      autoAdvertise_(autoAdvertise) {}
 
 FakeCentral::~FakeCentral() = default;
 
 void FakeCentral::post(std::function<void(ble::CentralDelegate&)> f) {
-  queue_.post([weak = weak_from_this(), f = std::move(f)] {
-    if (auto self = weak.lock()) self->delegate_.deliver(f);
+  plumbing_->queue.post([weak = weak_from_this(), f = std::move(f)] {
+    if (auto self = weak.lock()) self->plumbing_->delegate.deliver(f);
   });
 }
 
@@ -356,7 +373,7 @@ int FakeCentral::scansStarted() const {
 }
 
 void FakeCentral::drain() {
-  queue_.drain();
+  plumbing_->queue.drain();
 }
 
 ble::CentralState FakeCentral::state() const {
@@ -420,7 +437,7 @@ void FakeCentral::disconnected(const std::shared_ptr<FakePeripheral>& printer) {
 }
 
 void FakeCentral::setDelegate(ble::CentralDelegate* delegate) {
-  delegate_.set(delegate);
+  plumbing_->delegate.set(delegate);
 }
 
 // --- radio -----------------------------------------------------------------

@@ -35,6 +35,11 @@ class LinkSignal {
   // The same, but never past the deadline; false when the deadline came.
   bool waitPastUntil(std::uint64_t seen, std::chrono::steady_clock::time_point deadline) {
     std::unique_lock lock(mutex_);
+    // The furthest deadline is none: converted for the wait it would overflow.
+    if (deadline == std::chrono::steady_clock::time_point::max()) {
+      changed_.wait(lock, [&] { return generation_ != seen; });
+      return true;
+    }
     return changed_.wait_until(lock, deadline, [&] { return generation_ != seen; });
   }
 

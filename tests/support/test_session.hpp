@@ -12,7 +12,7 @@
 #include <orvante/testing/fake_ble.hpp>
 #include <orvante/testing/loopback_printer.hpp>
 #include <orvante/testing/recording.hpp>
-#include "transport/socket_streams.hpp"
+#include "transport/link_streams.hpp"
 
 namespace orvante::testing {
 

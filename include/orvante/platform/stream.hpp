@@ -97,10 +97,6 @@ inline bool isDead(const StreamPair& pair) {
 // the library's event loop delivers. Takes the descriptor; both streams are
 // null when no pair can be made.
 StreamPair streamsOverSocket(int fd);
-// The same over an open device or any other pollable descriptor that is
-// not a socket (a serial line, a USB printer, a pipe), read and written
-// with read(2) and write(2).
-StreamPair streamsOverDevice(int fd);
 
 class StreamFactory {
  public:

@@ -14,9 +14,6 @@
 #include <orvante/export.hpp>
 #include <orvante/platform/ble.hpp>
 
-#include <orvante/platform/delegate_slot.hpp>
-#include <orvante/platform/serial_queue.hpp>
-
 ORVANTE_API_BEGIN
 
 namespace orvante::testing {
@@ -67,6 +64,7 @@ class FakePeripheral final : public ble::Peripheral,
       std::function<void(FakePeripheral& printer, const ble::Uuid& characteristic, ByteView data)>;
 
   FakePeripheral(std::string identifier, std::optional<std::string> name);
+  ~FakePeripheral() override;
 
   // A printer with the serial service and its two characteristics, and a
   // device information service whose manufacturer name is already known.
@@ -131,7 +129,8 @@ class FakePeripheral final : public ble::Peripheral,
   const std::optional<std::string> name_;
   mutable std::mutex mutex_;
   std::weak_ptr<FakeCentral> central_;
-  transport::DelegateSlot<ble::PeripheralDelegate> delegate_;
+  struct Slot;  // the delegate, safe to set while a callback is delivered
+  std::unique_ptr<Slot> delegate_;
   ble::PeripheralState state_ = ble::PeripheralState::Disconnected;
   std::optional<std::string> localName_;
   std::vector<std::shared_ptr<FakeService>> services_;
@@ -161,7 +160,6 @@ class FakeCentral final : public ble::Central, public std::enable_shared_from_th
   int scansStarted() const;
   // Waits until every callback posted so far has been delivered.
   void drain();
-  transport::SerialQueue& queue() { return queue_; }
 
   // ble::Central
   ble::CentralState state() const override;
@@ -178,13 +176,14 @@ class FakeCentral final : public ble::Central, public std::enable_shared_from_th
   void disconnected(const std::shared_ptr<FakePeripheral>& peripheral);
 
   mutable std::mutex mutex_;
-  transport::DelegateSlot<ble::CentralDelegate> delegate_;
+  // The delegate and the serial queue the callbacks go through.
+  struct Plumbing;
+  std::unique_ptr<Plumbing> plumbing_;
   ble::CentralState state_;
   std::vector<std::shared_ptr<FakePeripheral>> inRange_;
   bool autoAdvertise_;
   bool scanning_ = false;
   int scansStarted_ = 0;
-  transport::SerialQueue queue_;
 };
 
 // The radio the centrals of a test see.

@@ -9,8 +9,8 @@
 #include <mutex>
 #include <set>
 
-#include <orvante/platform/delegate_slot.hpp>
-#include <orvante/platform/serial_queue.hpp>
+#include "../../transport/delegate_slot.hpp"
+#include "../../transport/serial_queue.hpp"
 #include "../../transport/unavailable_services.hpp"
 #include "bluez_bus.hpp"
 #include "bus_loop.hpp"

@@ -6,7 +6,7 @@
 #include <chrono>
 #include <future>
 
-#include "../../transport/socket_streams.hpp"
+#include "../../transport/link_streams.hpp"
 #include "bluez_bus.hpp"
 #include "bus_loop.hpp"
 

@@ -6,7 +6,7 @@
 #include <mutex>
 #include <stdexcept>
 
-#include "../../transport/socket_streams.hpp"
+#include "../../transport/link_streams.hpp"
 #include "device_files.hpp"
 #include "device_printer.hpp"
 #include "tty_settings.hpp"

@@ -10,7 +10,7 @@
 #include <stdexcept>
 #include <system_error>
 
-#include "../../transport/socket_streams.hpp"
+#include "../../transport/link_streams.hpp"
 #include "device_files.hpp"
 #include "device_id.hpp"
 #include "device_printer.hpp"

@@ -1,4 +1,4 @@
-// The stream pair over a socket: statuses, events and the ends of a link.
+// The platform stream pair over a link: statuses, events and the ends of a link.
 
 #include <gtest/gtest.h>
 #include <pty.h>
@@ -54,7 +54,7 @@ void listen(const StreamPair& pair, EventLog& log) {
 
 }  // namespace
 
-TEST(SocketStreams, ALinkOpensCarriesBytesBothWaysAndEnds) {
+TEST(LinkStreams, ALinkOpensCarriesBytesBothWaysAndEnds) {
   LoopbackPrinter printer;
   auto pair = transport::connectSocketStreams("localhost", printer.port());
   EXPECT_EQ(pair.input->streamStatus(), StreamStatus::NotOpen);
@@ -83,7 +83,7 @@ TEST(SocketStreams, ALinkOpensCarriesBytesBothWaysAndEnds) {
   EXPECT_LT(pair.output->write(viewOf("x").data(), 1), 0);
 }
 
-TEST(SocketStreams, ARefusedConnectionEndsInTheErrorStatus) {
+TEST(LinkStreams, ARefusedConnectionEndsInTheErrorStatus) {
   auto pair = transport::connectSocketStreams("127.0.0.1", refusedPort());
   EventLog events;
   listen(pair, events);
@@ -94,7 +94,7 @@ TEST(SocketStreams, ARefusedConnectionEndsInTheErrorStatus) {
   EXPECT_FALSE(pair.output->hasSpaceAvailable());
 }
 
-TEST(SocketStreams, OneWriteTakesOnlyWhatTheLinkAccepts) {
+TEST(LinkStreams, OneWriteTakesOnlyWhatTheLinkAccepts) {
   int ends[2];
   ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
   orvante::testing::PrinterPeer peer(ends[1]);
@@ -110,7 +110,7 @@ TEST(SocketStreams, OneWriteTakesOnlyWhatTheLinkAccepts) {
   EXPECT_TRUE(peer.waitForBytes(static_cast<std::size_t>(written)));
 }
 
-TEST(SocketStreams, AStreamOpenedAfterThePrinterHungUpFailsToo) {
+TEST(LinkStreams, AStreamOpenedAfterThePrinterHungUpFailsToo) {
   LoopbackPrinter printer;
   auto pair = transport::connectSocketStreams("127.0.0.1", printer.port());
   EventLog events;
@@ -139,7 +139,7 @@ std::size_t threads() {
 
 }  // namespace
 
-TEST(SocketStreams, EveryOpenLinkSharesOneEventThreadThatGoesWithTheLastLink) {
+TEST(LinkStreams, EveryOpenLinkSharesOneEventThreadThatGoesWithTheLastLink) {
   {
     // A first link and its end, so threads a runtime starts on the first
     // thread of the process (a sanitizer's) are there before counting.
@@ -180,7 +180,7 @@ TEST(SocketStreams, EveryOpenLinkSharesOneEventThreadThatGoesWithTheLastLink) {
   for (int end : printerEnds) ::close(end);
 }
 
-TEST(SocketStreams, ADeviceIsReadAndWrittenLikeASocket) {
+TEST(LinkStreams, ADeviceIsReadAndWrittenLikeASocket) {
   int controller = -1;
   int device = -1;
   ASSERT_EQ(::openpty(&controller, &device, nullptr, nullptr, nullptr), 0);

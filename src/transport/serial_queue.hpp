@@ -1,30 +1,28 @@
 #pragma once
-// A serial task queue on one named thread, like a serial dispatch queue.
-// BLE centrals deliver every callback through one.
+// A serial task queue, like a serial dispatch queue: tasks run one after
+// another, in the order posted, on a thread named after the queue. Queues
+// of one name share one such thread, which runs only while some queue of
+// that name has tasks: a hundred idle centrals cost no thread.
 
 #include <functional>
 #include <memory>
 #include <string>
-
-#include <orvante/export.hpp>
-
-ORVANTE_API_BEGIN
 
 namespace orvante::transport {
 
 class SerialQueue {
  public:
   explicit SerialQueue(std::string name);
-  // Runs the tasks already posted, then ends the thread. Safe to call from
-  // a task of the queue itself.
+  // Runs the tasks already posted (unless called from one of them).
   ~SerialQueue();
   SerialQueue(const SerialQueue&) = delete;
   SerialQueue& operator=(const SerialQueue&) = delete;
 
   void post(std::function<void()> task);
   // Waits until every task posted before the call has run, and the tasks
-  // those posted in turn. Not from a task.
+  // those posted in turn. Not from a task of any queue.
   void drain();
+  // Whether the caller is a task of this queue.
   bool isCurrent() const;
   const std::string& name() const;
 
@@ -34,5 +32,3 @@ class SerialQueue {
 };
 
 }  // namespace orvante::transport
-
-ORVANTE_API_END

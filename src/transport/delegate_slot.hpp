@@ -5,9 +5,7 @@
 
 #include <mutex>
 
-#include <orvante/export.hpp>
 
-ORVANTE_API_BEGIN
 
 namespace orvante::transport {
 
@@ -42,4 +40,3 @@ class DelegateSlot {
 
 }  // namespace orvante::transport
 
-ORVANTE_API_END

@@ -9,10 +9,12 @@
 #include <cerrno>
 #include <cstring>
 #include <deque>
+#include <map>
 #include <mutex>
 #include <system_error>
 #include <thread>
 #include <unordered_map>
+#include <vector>
 
 namespace orvante::transport {
 
@@ -59,6 +61,10 @@ struct EventLoop::State {
   };
   std::unordered_map<std::uint64_t, Watch> watches;
   std::deque<std::function<void()>> tasks;
+  std::multimap<std::chrono::steady_clock::time_point,
+                std::pair<std::uint64_t, std::function<void()>>>
+      timers;
+  std::thread::id loopThread;
 
   std::deque<Resolution> resolutions;
   std::thread resolver;
@@ -69,7 +75,27 @@ struct EventLoop::State {
     if (wake >= 0) (void)!::write(wake, &one, sizeof one);
   }
 
-  bool idle() const { return tokens == 0 && watches.empty() && tasks.empty(); }
+  bool idle() const { return tokens == 0 && watches.empty() && tasks.empty() && timers.empty(); }
+
+  // Under the mutex: the timers that are due, taken out.
+  std::vector<std::function<void()>> dueTimers() {
+    std::vector<std::function<void()>> due;
+    const auto now = std::chrono::steady_clock::now();
+    while (!timers.empty() && timers.begin()->first <= now) {
+      due.push_back(std::move(timers.begin()->second.second));
+      timers.erase(timers.begin());
+    }
+    return due;
+  }
+
+  // Under the mutex: epoll's wait until the next timer, in milliseconds.
+  int waitMilliseconds() const {
+    if (timers.empty()) return -1;
+    const auto left = timers.begin()->first - std::chrono::steady_clock::now();
+    if (left <= std::chrono::steady_clock::duration::zero()) return 0;
+    const auto ms = std::chrono::ceil<std::chrono::milliseconds>(left).count();
+    return static_cast<int>(std::min<long long>(ms, 60000));
+  }
 
   // Under the mutex. False when the loop cannot run.
   bool start() {
@@ -101,9 +127,17 @@ struct EventLoop::State {
 
   void run() {
     std::unique_lock lock(mutex);
+    loopThread = std::this_thread::get_id();
     const int poller = epoll;
     const int waker = wake;
     for (;;) {
+      if (auto due = dueTimers(); !due.empty()) {
+        lock.unlock();
+        for (auto& task : due) task();
+        due.clear();
+        lock.lock();
+        continue;
+      }
       if (!tasks.empty()) {
         std::deque<std::function<void()>> batch;
         batch.swap(tasks);
@@ -114,9 +148,10 @@ struct EventLoop::State {
         continue;
       }
       if (idle()) break;
+      const int timeout = waitMilliseconds();
       lock.unlock();
       std::array<epoll_event, 16> events;
-      const int count = ::epoll_wait(poller, events.data(), events.size(), -1);
+      const int count = ::epoll_wait(poller, events.data(), events.size(), timeout);
       for (int i = 0; i < count; ++i) {
         if (events[i].data.u64 == kWakeId) {
           std::uint64_t drained;
@@ -137,6 +172,7 @@ struct EventLoop::State {
     // Idle: the thread ends here, on its own, and the next link starts
     // another.
     running = false;
+    loopThread = {};
     closeDescriptors();
     thread.detach();
   }
@@ -210,6 +246,47 @@ void EventLoop::unwatch(std::uint64_t id) {
   ::epoll_ctl(state.epoll, EPOLL_CTL_DEL, at->second.fd, nullptr);
   state.watches.erase(at);
   state.wakeLoop();
+}
+
+void EventLoop::rearm(std::uint64_t id, std::uint32_t events) {
+  State& state = *state_;
+  std::lock_guard lock(state.mutex);
+  auto at = state.watches.find(id);
+  if (at == state.watches.end()) return;
+  epoll_event event{};
+  event.events = events;
+  event.data.u64 = id;
+  ::epoll_ctl(state.epoll, EPOLL_CTL_MOD, at->second.fd, &event);
+}
+
+std::uint64_t EventLoop::at(std::chrono::steady_clock::time_point when,
+                            std::function<void()> task) {
+  State& state = *state_;
+  std::lock_guard lock(state.mutex);
+  if (!state.start()) return 0;
+  const std::uint64_t id = state.nextId++;
+  state.timers.emplace(when, std::make_pair(id, std::move(task)));
+  state.wakeLoop();
+  return id;
+}
+
+void EventLoop::cancel(std::uint64_t timer) {
+  State& state = *state_;
+  std::function<void()> gone;  // released outside the lock
+  std::lock_guard lock(state.mutex);
+  for (auto it = state.timers.begin(); it != state.timers.end(); ++it) {
+    if (it->second.first != timer) continue;
+    gone = std::move(it->second.second);
+    state.timers.erase(it);
+    state.wakeLoop();
+    return;
+  }
+}
+
+bool EventLoop::isCurrent() const {
+  State& state = *state_;
+  std::lock_guard lock(state.mutex);
+  return state.running && state.loopThread == std::this_thread::get_id();
 }
 
 void EventLoop::post(std::function<void()> task) {

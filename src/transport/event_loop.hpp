@@ -1,6 +1,7 @@
 #pragma once
-// The one thread that owns the descriptors of every open link: it waits on
-// them all with one epoll set, delivers their events and runs posted tasks.
+// The one thread that owns the descriptors of every open link and the bus
+// connection: it waits on them all with one epoll set, delivers their
+// events and runs posted tasks and timers.
 // It runs only while something needs it (a link holds a keep-alive, a
 // descriptor is watched or a task is queued) and leaves nothing behind
 // when idle: no thread, no descriptor.
@@ -8,6 +9,7 @@
 // Callbacks and tasks run on the loop's thread one after another, so they
 // must not block: a callback that waits holds up every link.
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -41,8 +43,21 @@ class EventLoop {
   // descriptor.
   void unwatch(std::uint64_t id);
 
+  // Changes the epoll events a watch waits for.
+  void rearm(std::uint64_t id, std::uint32_t events);
+
   // Runs the task on the loop's thread. The caller holds a keep-alive.
   void post(std::function<void()> task);
+
+  // Runs the task on the loop's thread once `when` has come; 0 when the
+  // loop cannot run. A timer keeps the loop running until it fires or is
+  // cancelled.
+  std::uint64_t at(std::chrono::steady_clock::time_point when, std::function<void()> task);
+  // The timer does not fire once this returns (unless it is firing now).
+  void cancel(std::uint64_t timer);
+
+  // Whether the caller runs on the loop's thread.
+  bool isCurrent() const;
 
   // Resolves a host and port for a stream socket and hands the addresses to
   // `done` on the loop's thread. Numeric addresses are resolved at once;

@@ -4,13 +4,15 @@
 
 #include <algorithm>
 #include <chrono>
+#include <condition_variable>
 #include <future>
 
 #include "../../transport/link_streams.hpp"
 #include "bluez_bus.hpp"
-#include "bus_loop.hpp"
+#include "shared_bus.hpp"
 
 namespace orvante::platform::bluez {
+
 namespace {
 
 using namespace std::chrono_literals;
@@ -41,8 +43,8 @@ class SerialPrinter final : public Accessory {
 };
 
 bool offersSerialPort(const Properties& device) {
-  const auto uuids = property<std::vector<std::string>>(device, "UUIDs").value_or(
-      std::vector<std::string>{});
+  const auto uuids =
+      property<std::vector<std::string>>(device, "UUIDs").value_or(std::vector<std::string>{});
   return std::any_of(uuids.begin(), uuids.end(), [](std::string uuid) {
     std::transform(uuid.begin(), uuid.end(), uuid.begin(), ::tolower);
     return uuid == kSerialPortUuid;
@@ -61,86 +63,144 @@ Outcome waitFor(const std::shared_ptr<std::promise<std::string>>& reply,
 
 }  // namespace
 
+// The Profile1 object on one bus (a path registers once per connection),
+// shared by every manager on that bus, and the sockets BlueZ handed it.
+class SerialProfile {
+ public:
+  explicit SerialProfile(std::shared_ptr<SharedBus> bus) : bus_(std::move(bus)) {}
+
+  ~SerialProfile() {
+    bus_->run([this] {
+      proxies_.clear();
+      object_.reset();
+    });
+    for (const auto& [device, fd] : sockets_) ::close(fd);
+  }
+
+  static std::shared_ptr<SerialProfile> on(const std::shared_ptr<SharedBus>& bus) {
+    static std::mutex mutex;
+    static auto* profiles = new std::map<SharedBus*, std::weak_ptr<SerialProfile>>;
+    std::lock_guard lock(mutex);
+    if (auto held = (*profiles)[bus.get()].lock()) return held;
+    auto profile = std::make_shared<SerialProfile>(bus);
+    profile->exportObject();
+    (*profiles)[bus.get()] = profile;
+    return profile;
+  }
+
+  SharedBus& bus() { return *bus_; }
+
+  // On the bus's thread.
+  sdbus::IProxy& proxy(const std::string& path) {
+    auto& slot = proxies_[path];
+    if (!slot) slot = sdbus::createProxy(bus_->connection(), kService, path);
+    return *slot;
+  }
+
+  bool registerWithBluez() {
+    {
+      std::lock_guard lock(mutex_);
+      if (registered_) return true;
+    }
+    auto reply = std::make_shared<std::promise<std::string>>();
+    bus_->post([this, reply] {
+      Properties options{{"Role", sdbus::Variant(std::string("client"))},
+                         {"Name", sdbus::Variant(std::string("Orvante serial port"))}};
+      proxy("/org/bluez")
+          .callMethodAsync("RegisterProfile")
+          .onInterface(kProfileManager)
+          .withTimeout(kConnectLimit)
+          .withArguments(sdbus::ObjectPath(kProfilePath), std::string(kSerialPortUuid), options)
+          .uponReplyInvoke([reply](const sdbus::Error* error) {
+            reply->set_value(error ? error->getName() : "");
+          });
+    });
+    const auto outcome = waitFor(reply, kConnectLimit);
+    if (!outcome || (!outcome->empty() && *outcome != "org.bluez.Error.AlreadyExists")) {
+      return false;
+    }
+    std::lock_guard lock(mutex_);
+    registered_ = true;
+    return true;
+  }
+
+  // A socket from before this connection is stale.
+  void forget(const std::string& device) {
+    std::lock_guard lock(mutex_);
+    if (auto old = sockets_.find(device); old != sockets_.end()) {
+      ::close(old->second);
+      sockets_.erase(old);
+    }
+  }
+
+  int take(const std::string& device) {
+    std::unique_lock lock(mutex_);
+    if (!arrived_.wait_for(lock, kHandOverLimit, [&] { return sockets_.count(device) > 0; })) {
+      return -1;
+    }
+    const int fd = sockets_[device];
+    sockets_.erase(device);
+    return fd;
+  }
+
+ private:
+  void exportObject() {
+    bus_->run([this] {
+      object_ = sdbus::createObject(bus_->connection(), kProfilePath);
+      object_->registerMethod("NewConnection")
+          .onInterface(kProfile)
+          .implementedAs([this](const sdbus::ObjectPath& device, sdbus::UnixFd fd,
+                                const Properties&) { arrived(device, fd.release()); });
+      object_->registerMethod("RequestDisconnection")
+          .onInterface(kProfile)
+          .implementedAs([](const sdbus::ObjectPath&) {});
+      object_->registerMethod("Release").onInterface(kProfile).implementedAs([] {});
+      object_->finishRegistration();
+    });
+  }
+
+  void arrived(const std::string& device, int fd) {
+    {
+      std::lock_guard lock(mutex_);
+      auto& slot = sockets_[device];
+      if (slot > 0) ::close(slot);
+      slot = fd;
+    }
+    arrived_.notify_all();
+  }
+
+  const std::shared_ptr<SharedBus> bus_;
+  // On the bus's thread.
+  std::unique_ptr<sdbus::IObject> object_;
+  std::map<std::string, std::unique_ptr<sdbus::IProxy>> proxies_;
+  std::mutex mutex_;  // the three below
+  std::condition_variable arrived_;
+  bool registered_ = false;
+  // Sockets BlueZ handed over, by device path, not yet taken by a session.
+  std::map<std::string, int> sockets_;
+};
+
 SerialAccessories::SerialAccessories() {
   makeVariantsOutliveThisBackend();
 }
 
-SerialAccessories::~SerialAccessories() {
-  if (loop_) loop_->stop();
-  proxies_.clear();
-  profile_.reset();
-  for (const auto& [device, fd] : sockets_) ::close(fd);
-}
+SerialAccessories::~SerialAccessories() = default;
 
-sdbus::IProxy& SerialAccessories::proxy(const std::string& path) {
-  auto& slot = proxies_[path];
-  if (!slot) slot = sdbus::createProxy(loop_->bus(), kService, path);
-  return *slot;
-}
-
-BusLoop* SerialAccessories::loop() {
+std::shared_ptr<SerialProfile> SerialAccessories::profile() {
   std::lock_guard lock(mutex_);
-  if (triedBus_) return loop_.get();
-  triedBus_ = true;
-  auto bus = connectSystemBus();
-  if (!bus) return nullptr;
-  loop_ = std::make_unique<BusLoop>(std::move(bus));
-  loop_->post([this] {
-    profile_ = sdbus::createObject(loop_->bus(), kProfilePath);
-    profile_->registerMethod("NewConnection")
-        .onInterface(kProfile)
-        .implementedAs([this](const sdbus::ObjectPath& device, sdbus::UnixFd fd,
-                              const Properties&) { newConnection(device, fd.release()); });
-    profile_->registerMethod("RequestDisconnection")
-        .onInterface(kProfile)
-        .implementedAs([](const sdbus::ObjectPath&) {});
-    profile_->registerMethod("Release").onInterface(kProfile).implementedAs([] {});
-    profile_->finishRegistration();
-  });
-  return loop_.get();
-}
-
-void SerialAccessories::newConnection(const std::string& device, int fd) {
-  {
-    std::lock_guard lock(mutex_);
-    auto& slot = sockets_[device];
-    if (slot > 0) ::close(slot);
-    slot = fd;
+  if (!profile_) {
+    if (auto bus = SharedBus::acquire()) profile_ = SerialProfile::on(bus);
   }
-  arrived_.notify_all();
-}
-
-bool SerialAccessories::registerProfile() {
-  {
-    std::lock_guard lock(mutex_);
-    if (registered_) return true;
-  }
-  auto reply = std::make_shared<std::promise<std::string>>();
-  loop_->post([this, reply] {
-    Properties options{{"Role", sdbus::Variant(std::string("client"))},
-                       {"Name", sdbus::Variant(std::string("Orvante serial port"))}};
-    proxy("/org/bluez")
-        .callMethodAsync("RegisterProfile")
-        .onInterface(kProfileManager)
-        .withTimeout(kConnectLimit)
-        .withArguments(sdbus::ObjectPath(kProfilePath), std::string(kSerialPortUuid), options)
-        .uponReplyInvoke([reply](const sdbus::Error* error) {
-          reply->set_value(error ? error->getName() : "");
-        });
-  });
-  const auto outcome = waitFor(reply, kConnectLimit);
-  if (!outcome || (!outcome->empty() && *outcome != "org.bluez.Error.AlreadyExists")) return false;
-  std::lock_guard lock(mutex_);
-  registered_ = true;
-  return true;
+  return profile_;
 }
 
 std::vector<std::shared_ptr<Accessory>> SerialAccessories::connectedAccessories() {
   std::vector<std::shared_ptr<Accessory>> printers;
-  if (!loop()) return printers;
+  auto serial = profile();
+  if (!serial) return printers;
   auto reply = std::make_shared<std::promise<std::optional<ManagedObjects>>>();
-  loop_->post([this, reply] {
-    proxy("/")
+  serial->bus().post([serial, reply] {
+    serial->proxy("/")
         .callMethodAsync("GetManagedObjects")
         .onInterface(kObjectManager)
         .withTimeout(kListLimit)
@@ -172,24 +232,17 @@ std::shared_ptr<AccessorySession> SerialAccessories::openSession(
   if (protocol != kProtocol) return nullptr;
   const int fd = connectSocket(accessory);
   if (fd < 0) return nullptr;
-  return std::make_shared<AccessorySession>(accessory, protocol,
-                                            transport::adoptSocketStreams(fd));
+  return std::make_shared<AccessorySession>(accessory, protocol, transport::adoptSocketStreams(fd));
 }
 
 int SerialAccessories::connectSocket(const std::shared_ptr<Accessory>& accessory) {
   auto printer = std::dynamic_pointer_cast<SerialPrinter>(accessory);
-  if (!printer || !loop() || !registerProfile()) return -1;
-  {
-    // A socket left from an earlier connection is stale.
-    std::lock_guard lock(mutex_);
-    if (auto old = sockets_.find(printer->path()); old != sockets_.end()) {
-      ::close(old->second);
-      sockets_.erase(old);
-    }
-  }
+  auto serial = profile();
+  if (!printer || !serial || !serial->registerWithBluez()) return -1;
+  serial->forget(printer->path());
   auto reply = std::make_shared<std::promise<std::string>>();
-  loop_->post([this, reply, path = printer->path()] {
-    proxy(path)
+  serial->bus().post([serial, reply, path = printer->path()] {
+    serial->proxy(path)
         .callMethodAsync("ConnectProfile")
         .onInterface(kDevice)
         .withTimeout(kConnectLimit)
@@ -200,13 +253,7 @@ int SerialAccessories::connectSocket(const std::shared_ptr<Accessory>& accessory
   });
   const auto outcome = waitFor(reply, kConnectLimit + 1s);
   if (!outcome || !outcome->empty()) return -1;
-  std::unique_lock lock(mutex_);
-  if (!arrived_.wait_for(lock, kHandOverLimit, [&] { return sockets_.count(printer->path()); })) {
-    return -1;
-  }
-  const int fd = sockets_[printer->path()];
-  sockets_.erase(printer->path());
-  return fd;
+  return serial->take(printer->path());
 }
 
 }  // namespace orvante::platform::bluez

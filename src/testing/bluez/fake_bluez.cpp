@@ -36,7 +36,7 @@ sdbus::Variant text(const std::string& value) { return sdbus::Variant(value); }
 
 class FakeBluez::Timer {
  public:
-  explicit Timer(platform::bluez::BusLoop& loop) : loop_(loop), thread_([this] { run(); }) {}
+  explicit Timer(testing::bluez::BusLoop& loop) : loop_(loop), thread_([this] { run(); }) {}
   ~Timer() {
     {
       std::lock_guard lock(mutex_);
@@ -71,7 +71,7 @@ class FakeBluez::Timer {
     }
   }
 
-  platform::bluez::BusLoop& loop_;
+  testing::bluez::BusLoop& loop_;
   std::mutex mutex_;
   std::condition_variable changed_;
   std::multimap<std::chrono::steady_clock::time_point, std::function<void()>> tasks_;
@@ -88,7 +88,7 @@ struct FakeBluez::Device {
 };
 
 FakeBluez::FakeBluez(const std::string& busAddress)
-    : loop_(std::make_unique<platform::bluez::BusLoop>(
+    : loop_(std::make_unique<testing::bluez::BusLoop>(
           sdbus::createSessionBusConnectionWithAddress(busAddress))),
       timer_(std::make_unique<Timer>(*loop_)) {
   onLoop([this] { start(); });

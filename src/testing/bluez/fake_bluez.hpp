@@ -18,7 +18,7 @@
 #include <orvante/bytes.hpp>
 #include <sdbus-c++/sdbus-c++.h>
 
-#include "platform/bluez/bus_loop.hpp"
+#include "bus_loop.hpp"
 #include <orvante/testing/printer_peer.hpp>
 
 namespace orvante::testing {
@@ -102,7 +102,7 @@ class FakeBluez {
                    std::vector<std::uint8_t> data, bool acknowledged);
 
   // Owns the connection; every use of it happens on its thread.
-  std::unique_ptr<platform::bluez::BusLoop> loop_;
+  std::unique_ptr<testing::bluez::BusLoop> loop_;
   std::map<std::string, Interfaces> objects_;
   std::map<std::string, std::unique_ptr<sdbus::IObject>> exported_;
   std::unique_ptr<sdbus::IObject> manager_;

@@ -2,13 +2,15 @@
 
 #include <fcntl.h>
 #include <signal.h>
-#include <sys/prctl.h>
 #include <stdlib.h>
-#include <sys/stat.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
@@ -41,8 +43,7 @@ PrivateBus::PrivateBus() {
            "</busconfig>\n";
   }
   const std::string configArgument = "--config-file=" + config;
-  const char* argv[] = {"dbus-daemon", configArgument.c_str(), "--nofork", "--nopidfile",
-                        nullptr};
+  const char* argv[] = {"dbus-daemon", configArgument.c_str(), "--nofork", "--nopidfile", nullptr};
   pid_ = ::fork();
   if (pid_ < 0) throw std::runtime_error("dbus-daemon could not be started");
   if (pid_ == 0) {
@@ -57,8 +58,18 @@ PrivateBus::PrivateBus() {
   }
   address_ = "unix:path=" + socket;
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-  struct stat info;
-  while (::stat(socket.c_str(), &info) != 0) {
+  // The socket's file is there from bind on; the daemon listens a moment
+  // later, so the wait is for a connection that is taken.
+  const auto listening = [&] {
+    sockaddr_un where{};
+    where.sun_family = AF_UNIX;
+    std::snprintf(where.sun_path, sizeof where.sun_path, "%s", socket.c_str());
+    const int probe = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const bool taken = ::connect(probe, reinterpret_cast<sockaddr*>(&where), sizeof where) == 0;
+    ::close(probe);
+    return taken;
+  };
+  while (!listening()) {
     if (std::chrono::steady_clock::now() > deadline) {
       ::kill(pid_, SIGTERM);
       ::waitpid(pid_, nullptr, 0);

@@ -10,7 +10,7 @@
 #include <future>
 #include <limits>
 
-namespace orvante::platform::bluez {
+namespace orvante::testing::bluez {
 namespace {
 
 // poll's timeout for sd-bus's absolute CLOCK_MONOTONIC deadline.
@@ -96,4 +96,4 @@ void BusLoop::run() {
   }
 }
 
-}  // namespace orvante::platform::bluez
+}  // namespace orvante::testing::bluez

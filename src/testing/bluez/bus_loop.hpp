@@ -1,7 +1,7 @@
 #pragma once
-// One thread that owns a D-Bus connection: it dispatches the bus's
-// messages and runs the tasks posted to it, so every use of the connection
-// happens on that thread. sd-bus connections are not safe to use from two
+// The stand-in BlueZ's own thread, which owns its D-Bus connection: it
+// dispatches the bus's messages and runs the tasks posted to it, so every
+// use of the connection happens on that thread. sd-bus connections are not safe to use from two
 // threads at once, and a call made beside a running loop can swallow
 // messages meant for the loop.
 
@@ -13,7 +13,7 @@
 
 #include <sdbus-c++/sdbus-c++.h>
 
-namespace orvante::platform::bluez {
+namespace orvante::testing::bluez {
 
 class BusLoop {
  public:
@@ -43,4 +43,4 @@ class BusLoop {
   std::thread thread_;
 };
 
-}  // namespace orvante::platform::bluez
+}  // namespace orvante::testing::bluez

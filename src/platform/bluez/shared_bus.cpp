@@ -1,0 +1,155 @@
+#include "shared_bus.hpp"
+
+#include <poll.h>
+#include <sys/epoll.h>
+#include <time.h>
+
+#include <cstdlib>
+#include <future>
+#include <limits>
+#include <map>
+#include <mutex>
+
+#include "../../transport/event_loop.hpp"
+#include "bluez_bus.hpp"
+
+namespace orvante::platform::bluez {
+namespace {
+
+transport::EventLoop& eventLoop() {
+  return transport::EventLoop::instance();
+}
+
+std::uint32_t epollEventsOf(short pollEvents) {
+  std::uint32_t events = 0;
+  if (pollEvents & POLLIN) events |= EPOLLIN;
+  if (pollEvents & POLLOUT) events |= EPOLLOUT;
+  return events;
+}
+
+// sd-bus's absolute CLOCK_MONOTONIC deadline, in the steady clock (the same
+// clock on Linux).
+std::chrono::steady_clock::time_point deadlineOf(std::uint64_t microseconds) {
+  timespec now{};
+  ::clock_gettime(CLOCK_MONOTONIC, &now);
+  const std::int64_t current = static_cast<std::int64_t>(now.tv_sec) * 1000000 + now.tv_nsec / 1000;
+  const auto left = std::chrono::microseconds(static_cast<std::int64_t>(microseconds) - current);
+  return std::chrono::steady_clock::now() + std::max(left, std::chrono::microseconds(0));
+}
+
+}  // namespace
+
+struct SharedBus::Loop {
+  transport::EventLoop::Token running;
+  std::mutex mutex;  // the two below
+  std::uint64_t watch = 0;
+  std::uint64_t timer = 0;
+};
+
+std::shared_ptr<SharedBus> SharedBus::acquire() {
+  static std::mutex mutex;
+  static auto* live = new std::map<std::string, std::weak_ptr<SharedBus>>;
+  const char* named = std::getenv("DBUS_SYSTEM_BUS_ADDRESS");
+  const std::string address = named ? named : "";
+  std::lock_guard lock(mutex);
+  if (auto held = (*live)[address].lock()) return held;
+  auto connection = connectSystemBus();
+  if (!connection) return nullptr;
+  auto bus = std::make_shared<SharedBus>(std::move(connection), address);
+  bus->start();
+  (*live)[address] = bus;
+  return bus;
+}
+
+SharedBus::SharedBus(std::unique_ptr<sdbus::IConnection> connection, std::string address)
+    : connection_(std::move(connection)),
+      address_(std::move(address)),
+      loop_(std::make_unique<Loop>()) {
+  makeVariantsOutliveThisBackend();
+}
+
+void SharedBus::start() {
+  loop_->running = eventLoop().keepRunning();
+  const auto poll = connection_->getEventLoopPollData();
+  const std::uint64_t watch = eventLoop().watch(poll.fd, epollEventsOf(poll.events),
+                                                [weak = weak_from_this()](std::uint32_t) {
+                                                  if (auto bus = weak.lock()) bus->service();
+                                                });
+  {
+    std::lock_guard lock(loop_->mutex);
+    loop_->watch = watch;
+  }
+  post([] {});  // the first service sets the watch and the timer right
+}
+
+SharedBus::~SharedBus() {
+  std::uint64_t watch, timer;
+  {
+    std::lock_guard lock(loop_->mutex);
+    watch = std::exchange(loop_->watch, 0);
+    timer = std::exchange(loop_->timer, 0);
+  }
+  if (watch) eventLoop().unwatch(watch);
+  if (timer) eventLoop().cancel(timer);
+}
+
+bool SharedBus::isCurrent() const {
+  return eventLoop().isCurrent();
+}
+
+void SharedBus::post(std::function<void()> task) {
+  eventLoop().post([weak = weak_from_this(), task = std::move(task)] {
+    auto bus = weak.lock();
+    if (!bus) return;
+    try {
+      task();
+    } catch (const sdbus::Error&) {
+      // A call that could not even be sent; its caller hears nothing.
+    }
+    bus->service();
+  });
+}
+
+bool SharedBus::run(std::function<void()> task, std::chrono::milliseconds limit) {
+  if (isCurrent()) {
+    try {
+      task();
+    } catch (const sdbus::Error&) {
+    }
+    return true;
+  }
+  auto done = std::make_shared<std::promise<void>>();
+  post([task = std::move(task), done] {
+    task();
+    done->set_value();
+  });
+  return done->get_future().wait_for(limit) == std::future_status::ready;
+}
+
+void SharedBus::service() {
+  try {
+    while (connection_->processPendingRequest()) {
+    }
+  } catch (const sdbus::Error&) {
+    // The connection is gone: nothing more comes from it.
+    std::lock_guard lock(loop_->mutex);
+    if (loop_->watch) eventLoop().unwatch(std::exchange(loop_->watch, 0));
+    return;
+  }
+  const auto poll = connection_->getEventLoopPollData();
+  std::uint64_t oldTimer;
+  {
+    std::lock_guard lock(loop_->mutex);
+    if (loop_->watch) eventLoop().rearm(loop_->watch, epollEventsOf(poll.events));
+    oldTimer = std::exchange(loop_->timer, 0);
+  }
+  if (oldTimer) eventLoop().cancel(oldTimer);
+  if (poll.timeout_usec == std::numeric_limits<std::uint64_t>::max()) return;
+  const auto timer = eventLoop().at(deadlineOf(poll.timeout_usec), [weak = weak_from_this()] {
+    if (auto bus = weak.lock()) bus->service();
+  });
+  std::lock_guard lock(loop_->mutex);
+  loop_->timer = timer;
+}
+
+}  // namespace orvante::platform::bluez

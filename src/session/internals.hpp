@@ -4,11 +4,13 @@
 #include <atomic>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <thread>
 #include <vector>
 
 #include <orvante/session.hpp>
 
+#include "../transport/serial_queue.hpp"
 #include "delegates.hpp"
 
 struct ORVANTESDK::Internals {
@@ -30,9 +32,9 @@ struct ORVANTESDK::Internals {
   std::mutex abandonedMutex;
   std::vector<orvante::StreamPair> abandoned;
 
-  // Threads the session starts (openport's opener, asynchronous accessory
-  // writes). Finished ones are joined when the next starts; the rest when
-  // the session goes.
+  // Threads the session starts for its openers (openport, the accessory
+  // open). Finished ones are joined when the next starts; the rest when the
+  // session goes.
   struct Worker {
     std::thread thread;
     std::shared_ptr<std::atomic<bool>> done;
@@ -56,8 +58,22 @@ struct ORVANTESDK::Internals {
                        done});
   }
 
+  // The session's one worker: the published drain of unasked bytes and the
+  // asynchronous accessory writes run there, in order, on a thread of the
+  // session's own that runs only while it has work.
+  orvante::transport::SerialQueue& worker() {
+    std::call_once(workerMade, [this] {
+      static std::atomic<int> sessions{0};
+      worker_ = std::make_unique<orvante::transport::SerialQueue>("session-" +
+                                                                  std::to_string(++sessions));
+    });
+    return *worker_;
+  }
+  std::once_flag workerMade;
+  std::unique_ptr<orvante::transport::SerialQueue> worker_;
+
   // The published handler of arriving bytes reads them with pauses between
-  // reads. It runs on a worker of the session, so the event loop that every
+  // reads. It runs on the session's worker, so the event loop that every
   // link shares never waits for it: one drain at a time, and an event that
   // comes during a drain makes it go round once more.
   template <class Drain>
@@ -68,7 +84,7 @@ struct ORVANTESDK::Internals {
       if (draining) return;
       draining = true;
     }
-    startThread([this, drain] {
+    worker().post([this, drain] {
       for (;;) {
         {
           std::lock_guard lock(drainMutex);
@@ -93,6 +109,7 @@ struct ORVANTESDK::Internals {
       finishing.swap(threads);
     }
     for (auto& worker : finishing) worker.thread.join();
+    worker_.reset();  // runs what it was given first
   }
 
   // Held by an operation from just before it sends a query until it has

@@ -148,7 +148,7 @@ void ORVANTESDK::thread_operation(ByteView data) {
   } else if (link == Link::Accessory) {
     // The asynchronous write takes the field stream_buffer, not the argument.
     Bytes pending = stream_buffer.load().value_or(Bytes{});
-    internals_->startThread([this, pending = std::move(pending)] { mfi_writeStream(pending); });
+    internals_->worker().post([this, pending = std::move(pending)] { mfi_writeStream(pending); });
   }
 }
 

@@ -6,6 +6,7 @@
 #include <orvante/bytes.hpp>
 #include <orvante/commands.hpp>
 #include <orvante/delivery.hpp>
+#include <orvante/discovery.hpp>
 #include <orvante/dither.hpp>
 #include <orvante/encoding.hpp>
 #include <orvante/error.hpp>

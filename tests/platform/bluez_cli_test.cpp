@@ -26,7 +26,8 @@ TEST(BluezCli, ScanListsTheAdvertisingAndThePairedPrinters) {
   bluez.bluez.addSerialPrinter("00:11:62:AA:BB:01", "Printer A");
   const ToolRun scan = runTool(bluez, "scan --seconds 1");
   EXPECT_EQ(scan.status, 0) << scan.err;
-  EXPECT_EQ(scan.err, "");
+  // The stand-in's bus has no Avahi: said, and the rest listed all the same.
+  EXPECT_EQ(scan.err, "orvante: no network printers searched: Daemon not running\n");
   EXPECT_TRUE(scan.out.starts_with("ble://")) << scan.out;
   EXPECT_NE(scan.out.find("ble://00:11:62:00:00:01 P1\n"), std::string::npos) << scan.out;
   EXPECT_NE(scan.out.find("bt://00:11:62:AA:BB:01 Printer A\n"), std::string::npos) << scan.out;

@@ -3,26 +3,28 @@
 
 #include <iostream>
 
-#include <orvante/platform/platform.hpp>
-#include <orvante/printer.hpp>
+#include <orvante/discovery.hpp>
+#include <orvante/error.hpp>
 
 #include "cli.hpp"
-#include "printer_scan.hpp"
 
 namespace orvante::cli {
 
 void addScanCommand(CLI::App& app) {
   auto* scan = app.add_subcommand(
-      "scan", "list BLE printers seen, paired Bluetooth printers and USB printers");
+      "scan", "list network printers, BLE printers seen, paired Bluetooth and USB printers");
   auto seconds = std::make_shared<int>(4);
-  scan->add_option("--seconds", *seconds, "how long to scan for BLE printers")
+  scan->add_option("--seconds", *seconds, "how long to listen for network and BLE printers")
       ->check(CLI::NonNegativeNumber);
   scan->callback([seconds] {
-    const auto system = Platform::system();
-    auto found = scanBlePrinters(*system.ble, std::chrono::seconds(*seconds), std::cerr);
-    const auto attached = accessoryPrinters(*system.accessories);
-    found.insert(found.end(), attached.begin(), attached.end());
-    printFound(found, std::cout);
+    std::vector<std::string> notes;
+    const auto found = discover(std::chrono::seconds(*seconds), &notes);
+    for (const auto& note : notes) std::cerr << "orvante: " << note << '\n';
+    for (const auto& printer : found) {
+      std::cout << printer.address;
+      if (!printer.name.empty()) std::cout << ' ' << printer.name;
+      std::cout << '\n';
+    }
     if (found.empty()) throw Error("no printer found");
   });
 }

@@ -8,9 +8,12 @@
 #include <vector>
 
 #include "driver.hpp"
+#include "printer_device.hpp"
 #include "system_setup.hpp"
 
 int main(int argc, char* argv[]) {
+  // The sub-commands that list devices run in this process, not the server.
+  orvante::app::usePrinterDevices();
   std::vector<std::string> arguments =
       orvante::app::instanceArguments(std::vector<std::string>(argv, argv + argc));
   std::vector<char*> pointers;

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include <orvante/delivery.hpp>
+#include <orvante/discovery.hpp>
 
 #include "printer_status.hpp"
 
@@ -91,6 +92,20 @@ void showWait(pappl_job_t* job, const Delivery::Wait& wait) {
   papplLogJob(job, PAPPL_LOGLEVEL_WARN, "Waiting for the printer: %s", wait.reason.c_str());
 }
 
+// PAPPL's device list: the printers the library finds. A network printer
+// is a socket:// device, the others keep their own addresses; USB printers
+// are PAPPL's own.
+bool listDevices(pappl_device_cb_t found, void* data, pappl_deverror_cb_t, void*) {
+  for (const auto& printer : discover(std::chrono::seconds(2))) {
+    std::string uri = printer.address;
+    if (uri.starts_with("usb://")) continue;
+    if (uri.starts_with("tcp://")) uri = "socket://" + uri.substr(std::strlen("tcp://"));
+    const std::string info = printer.name.empty() ? uri : printer.name;
+    if (found(info.c_str(), uri.c_str(), "", data)) return true;
+  }
+  return false;
+}
+
 }  // namespace
 
 std::string printerAddressOf(const char* deviceUri) {
@@ -112,7 +127,9 @@ void usePrinterDevices() {
   for (const auto scheme : kSchemes) {
     const pappl_devtype_t type =
         scheme == "socket" ? PAPPL_DEVTYPE_SOCKET : PAPPL_DEVTYPE_CUSTOM_LOCAL;
-    papplDeviceAddScheme(std::string(scheme).c_str(), type, nullptr, openDevice, closeDevice,
+    // One scheme lists every kind the library finds.
+    papplDeviceAddScheme(std::string(scheme).c_str(), type,
+                         scheme == "socket" ? listDevices : nullptr, openDevice, closeDevice,
                          readDevice, writeDevice, nullptr, nullptr);
   }
 }

@@ -121,7 +121,6 @@ pappl_system_t* createSystem(int numOptions, cups_option_t* options, void* /*con
   // Without listen-hostname it listens on every address, for printing from
   // other computers.
   papplSystemAddListeners(system, listen);
-  usePrinterDevices();
   papplSystemSetPrinterDrivers(system, driverCount(), drivers(), nullptr, nullptr, driverCallback,
                                nullptr);
   papplSystemAddMIMEFilter(system, "application/pdf", kLabelFormat, printPdf, nullptr);

@@ -1,11 +1,16 @@
-#include "printer_scan.hpp"
+#include "discovery.hpp"
 
 #include <condition_variable>
+#include <future>
 #include <map>
 #include <mutex>
 #include <thread>
 
-namespace orvante::cli {
+#include "../platform/linux/dns_sd.hpp"
+#include "system_services.hpp"
+
+namespace orvante {
+namespace runtime {
 namespace {
 
 using namespace std::chrono_literals;
@@ -27,8 +32,10 @@ class Sightings final : public ble::CentralDelegate {
     if (!address) return;
     std::lock_guard lock(mutex_);
     auto& name = names_[*address];
-    if (advertisement.localName) name = *advertisement.localName;
-    else if (name.empty()) name = peripheral->name().value_or("");
+    if (advertisement.localName)
+      name = *advertisement.localName;
+    else if (name.empty())
+      name = peripheral->name().value_or("");
   }
   void centralManager(ble::Central&, const std::shared_ptr<ble::Peripheral>&) override {}
   void centralManager(ble::Central&, const std::shared_ptr<ble::Peripheral>&,
@@ -54,20 +61,25 @@ class Sightings final : public ble::CentralDelegate {
 
 const char* whyNoScan(ble::CentralState state) {
   switch (state) {
-    case ble::CentralState::PoweredOn: return nullptr;
-    case ble::CentralState::PoweredOff: return "Bluetooth is off";
-    case ble::CentralState::Unauthorized: return "Bluetooth is not allowed to this user";
-    case ble::CentralState::Unsupported: return "no Bluetooth adapter (or no system bus)";
-    default: return "the Bluetooth adapter did not answer";
+    case ble::CentralState::PoweredOn:
+      return nullptr;
+    case ble::CentralState::PoweredOff:
+      return "Bluetooth is off";
+    case ble::CentralState::Unauthorized:
+      return "Bluetooth is not allowed to this user";
+    case ble::CentralState::Unsupported:
+      return "no Bluetooth adapter (or no system bus)";
+    default:
+      return "the Bluetooth adapter did not answer";
   }
 }
 
-}  // namespace
-
-std::vector<FoundPrinter> scanBlePrinters(ble::CentralFactory& radio,
-                                          std::chrono::milliseconds period, std::ostream& notes) {
+// The peripherals seen while scanning for `period`, with the last local
+// name each advertised.
+std::vector<FoundPrinter> scanBle(ble::CentralFactory& radio, std::chrono::milliseconds period,
+                                  std::string& why) {
   Sightings sightings;
-  auto central = radio.makeCentral(sightings, "myCentralQueue");
+  auto central = radio.makeCentral(sightings, "orvante.scan");
   if (central->state() == ble::CentralState::Unknown ||
       central->state() == ble::CentralState::Resetting) {
     sightings.awaitState([&] {
@@ -76,8 +88,8 @@ std::vector<FoundPrinter> scanBlePrinters(ble::CentralFactory& radio,
     });
   }
   std::vector<FoundPrinter> found;
-  if (const char* why = whyNoScan(central->state())) {
-    notes << "orvante: " << why << ": no BLE printers scanned\n";
+  if (const char* reason = whyNoScan(central->state())) {
+    why = std::string(reason) + ": no BLE printers scanned";
     central->setDelegate(nullptr);
     return found;
   }
@@ -89,7 +101,9 @@ std::vector<FoundPrinter> scanBlePrinters(ble::CentralFactory& radio,
   return found;
 }
 
-std::vector<FoundPrinter> accessoryPrinters(AccessoryManager& accessories) {
+// The accessories that are printers with an address: "bt://" for a paired
+// serial-profile printer, the device's own address otherwise.
+std::vector<FoundPrinter> attached(AccessoryManager& accessories) {
   std::vector<FoundPrinter> found;
   for (const auto& accessory : accessories.connectedAccessories()) {
     if (const auto mac = accessory->valueForKey("macAddress")) {
@@ -101,12 +115,32 @@ std::vector<FoundPrinter> accessoryPrinters(AccessoryManager& accessories) {
   return found;
 }
 
-void printFound(const std::vector<FoundPrinter>& printers, std::ostream& out) {
-  for (const auto& printer : printers) {
-    out << printer.address;
-    if (!printer.name.empty()) out << ' ' << printer.name;
-    out << '\n';
+}  // namespace
+
+std::vector<FoundPrinter> discover(const Platform& platform, std::chrono::milliseconds timeout,
+                                   std::vector<std::string>* notes) {
+  std::string networkWhy, bleWhy;
+  auto network = std::async(std::launch::async, [&] {
+    return platform::linux_devices::browseNetworkPrinters(timeout, networkWhy);
+  });
+  std::vector<FoundPrinter> found = scanBle(*platform.ble, timeout, bleWhy);
+  const auto paired = attached(*platform.accessories);
+  found.insert(found.end(), paired.begin(), paired.end());
+  const auto networked = network.get();
+  found.insert(found.end(), networked.begin(), networked.end());
+  if (notes) {
+    for (const auto& why : {bleWhy, networkWhy}) {
+      if (!why.empty()) notes->push_back(why);
+    }
   }
+  return found;
 }
 
-}  // namespace orvante::cli
+}  // namespace runtime
+
+std::vector<FoundPrinter> discover(std::chrono::milliseconds timeout,
+                                   std::vector<std::string>* notes) {
+  return runtime::discover(runtime::systemServices().platform, timeout, notes);
+}
+
+}  // namespace orvante

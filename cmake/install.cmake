@@ -3,7 +3,7 @@ include(CMakePackageConfigHelpers)
 
 set(orvante_installed orvante orvante_testing)
 set(ORVANTE_PC_LIBS "-lorvante")
-set(ORVANTE_PC_REQUIRES "cairo gdk-pixbuf-2.0 pangocairo pangoft2 fontconfig sdbus-c++ avahi-client")
+set(ORVANTE_PC_REQUIRES "cairo gdk-pixbuf-2.0 pangocairo pangoft2 fontconfig sdbus-c++ avahi-client sqlite3")
 if(TARGET orvante_pdf)
   list(APPEND orvante_installed orvante_pdf)
   string(APPEND ORVANTE_PC_LIBS " -lorvante_pdf")

@@ -53,6 +53,32 @@ std::string barcodeLine(const Value& x, const Value& y, const Value& type, const
 std::string textLine(const Value& x, const Value& y, const Value& font, const Value& rotation,
                      const Value& xMultiplier, const Value& yMultiplier, const Value& content,
                      Placement placement = Placement::Checked);
+// Wrapped text: the content set in lines that fit WIDTH dots, as many as
+// fit HEIGHT dots, SPACING dots apart; alignment 1 left, 2 centre, 3 right.
+std::string textBlockLine(const Value& x, const Value& y, const Value& width, const Value& height,
+                          const Value& font, const Value& rotation, const Value& xMultiplier,
+                          const Value& yMultiplier, const Value& spacing, const Value& alignment,
+                          const Value& content, Placement placement = Placement::Checked);
+// A QR code in automatic mode: error correction L, M, Q or H; the cell
+// (module) width in dots.
+std::string qrCodeLine(const Value& x, const Value& y, const Value& errorCorrection,
+                       const Value& cell, const Value& rotation, const Value& data,
+                       Placement placement = Placement::Checked);
+// Shapes in dots. BAR fills its rectangle (a line is a thin bar); REVERSE
+// inverts it and ERASE clears it. BOX draws its outline inside the corners
+// (rounded by the radius when it is not 0); CIRCLE its ring inside the
+// square of the diameter whose top left is x, y.
+std::string barLine(const Value& x, const Value& y, const Value& width, const Value& height,
+                    Placement placement = Placement::Checked);
+std::string boxLine(const Value& x, const Value& y, const Value& xEnd, const Value& yEnd,
+                    const Value& thickness, const Value& radius = 0,
+                    Placement placement = Placement::Checked);
+std::string reverseLine(const Value& x, const Value& y, const Value& width, const Value& height,
+                        Placement placement = Placement::Checked);
+std::string eraseLine(const Value& x, const Value& y, const Value& width, const Value& height,
+                      Placement placement = Placement::Checked);
+std::string circleLine(const Value& x, const Value& y, const Value& diameter,
+                       const Value& thickness, Placement placement = Placement::Checked);
 std::string printLine(const Value& sets, const Value& copies,
                       Placement placement = Placement::Checked);
 inline constexpr std::string_view kFormFeedLine = "FORMFEED\r\n";

@@ -61,6 +61,23 @@ struct BarcodeOptions {
   int wide = 2;
 };
 
+struct QrCodeOptions {
+  char errorCorrection = 'M';  // L (7 %), M (15 %), Q (25 %) or H (30 %) of the code restored
+  int cell = 4;                // the module's width in dots, 1 to 20
+  int rotation = 0;
+};
+
+enum class Alignment { Left = 1, Center = 2, Right = 3 };
+
+struct TextBlockOptions {
+  int rotation = 0;
+  int xMultiplier = 1;
+  int yMultiplier = 1;
+  int lineSpacing = 0;  // dots between lines
+  Alignment alignment = Alignment::Left;
+  Encoding encoding = Encoding::Utf8;
+};
+
 class Label {
  public:
   // The printer's resolution, for sizes in mm and the checks against the
@@ -82,6 +99,12 @@ class Label {
   // A barcode type the printer knows ("128", "39", "EAN13", ...).
   Label& barcode(int x, int y, std::string_view type, std::string_view code, int height,
                  const BarcodeOptions& options = {});
+  // Printer-font text wrapped at spaces (a word wider than the block at
+  // characters) into lines WIDTH dots wide; the lines that fit HEIGHT print.
+  Label& textBlock(int x, int y, int width, int height, std::string_view font,
+                   std::string_view content, const TextBlockOptions& options = {});
+  // A QR code of the data (UTF-8), its top left corner at x, y.
+  Label& qrCode(int x, int y, std::string_view data, const QrCodeOptions& options = {});
   // The image as the compressed bitmap packet.
   Label& image(int x, int y, const Image& image, const ImageOptions& options = {});
   // The image as the uncompressed BITMAP command.
@@ -96,6 +119,19 @@ class Label {
   Label& pdfPage(int x, int y, const PdfDocument& document, int page,
                  const ImageOptions& options = {});
 
+  // --- Shapes, in dots ------------------------------------------------------------
+  // A filled rectangle: a line is a bar one way thin.
+  Label& bar(int x, int y, int width, int height);
+  // The outline of the rectangle from x, y to xEnd, yEnd, inside it;
+  // corners rounded by the radius when it is above 0.
+  Label& box(int x, int y, int xEnd, int yEnd, int thickness = 1, int radius = 0);
+  // The rectangle's dots turned over: printed ones blank, blank ones printed.
+  Label& reverse(int x, int y, int width, int height);
+  // The rectangle's dots blank.
+  Label& erase(int x, int y, int width, int height);
+  // A ring inside the square of the diameter whose top left is x, y.
+  Label& circle(int x, int y, int diameter, int thickness = 1);
+
   // --- Output -------------------------------------------------------------------
   Label& print(int sets = 1, int copies = 1);
   Label& formFeed();
@@ -105,6 +141,10 @@ class Label {
   Label& raw(std::string_view line);
   // Stores a file (a font, an image, a program) in the printer under a name.
   Label& download(std::string_view name, ByteView data);
+
+  // The commands of another label, made for the same resolution, as they
+  // stand: a part built once and added to many labels.
+  Label& add(const Label& part);
 
   const Bytes& bytes() const { return bytes_; }
   int dpi() const { return dpi_; }

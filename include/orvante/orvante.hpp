@@ -2,6 +2,7 @@
 // Everything public of orvante.
 
 #include <orvante/lzss.h>
+#include <orvante/batch.hpp>
 #include <orvante/ble_globals.hpp>
 #include <orvante/bytes.hpp>
 #include <orvante/commands.hpp>
@@ -13,6 +14,7 @@
 #include <orvante/exception.hpp>
 #include <orvante/field.hpp>
 #include <orvante/image.hpp>
+#include <orvante/job_store.hpp>
 #include <orvante/label.hpp>
 #include <orvante/log.hpp>
 #include <orvante/lzss.hpp>
@@ -20,6 +22,8 @@
 #include <orvante/platform/platform.hpp>
 #include <orvante/platform/serial_printers.hpp>
 #include <orvante/printer.hpp>
+#include <orvante/records.hpp>
 #include <orvante/session.hpp>
+#include <orvante/template.hpp>
 #include <orvante/value.hpp>
 #include <orvante/version.hpp>

@@ -69,6 +69,83 @@ std::string textLine(const Value& x, const Value& y, const Value& font, const Va
               placement);
 }
 
+std::string textBlockLine(const Value& x, const Value& y, const Value& width, const Value& height,
+                          const Value& font, const Value& rotation, const Value& xMultiplier,
+                          const Value& yMultiplier, const Value& spacing, const Value& alignment,
+                          const Value& content, Placement placement) {
+  return fill("BLOCK %@,%@,%@,%@,\"%@\",%@,%@,%@,%@,%@,\"%@\"\r\n",
+              {{"x", x},
+               {"y", y},
+               {"the width", width},
+               {"the height", height},
+               {"the font", font, Name},
+               {"the rotation", rotation},
+               {"the x multiplier", xMultiplier},
+               {"the y multiplier", yMultiplier},
+               {"the line spacing", spacing},
+               {"the alignment", alignment},
+               {"the content", content, Text}},
+              placement);
+}
+
+std::string qrCodeLine(const Value& x, const Value& y, const Value& errorCorrection,
+                       const Value& cell, const Value& rotation, const Value& data,
+                       Placement placement) {
+  return fill("QRCODE %@,%@,%@,%@,A,%@,\"%@\"\r\n",
+              {{"x", x},
+               {"y", y},
+               {"the error correction", errorCorrection},
+               {"the cell width", cell},
+               {"the rotation", rotation},
+               {"the data", data, Text}},
+              placement);
+}
+
+namespace {
+
+// BAR, REVERSE and ERASE: a rectangle by its corner and size.
+std::string rectangleLine(std::string_view command, const Value& x, const Value& y,
+                          const Value& width, const Value& height, Placement placement) {
+  return std::string(command) +
+         fill(" %@,%@,%@,%@\r\n",
+              {{"x", x}, {"y", y}, {"the width", width}, {"the height", height}}, placement);
+}
+
+}  // namespace
+
+std::string barLine(const Value& x, const Value& y, const Value& width, const Value& height,
+                    Placement placement) {
+  return rectangleLine("BAR", x, y, width, height, placement);
+}
+
+std::string reverseLine(const Value& x, const Value& y, const Value& width, const Value& height,
+                        Placement placement) {
+  return rectangleLine("REVERSE", x, y, width, height, placement);
+}
+
+std::string eraseLine(const Value& x, const Value& y, const Value& width, const Value& height,
+                      Placement placement) {
+  return rectangleLine("ERASE", x, y, width, height, placement);
+}
+
+std::string boxLine(const Value& x, const Value& y, const Value& xEnd, const Value& yEnd,
+                    const Value& thickness, const Value& radius, Placement placement) {
+  const std::string corners =
+      fill("BOX %@,%@,%@,%@,%@",
+           {{"x", x}, {"y", y}, {"x end", xEnd}, {"y end", yEnd}, {"the thickness", thickness}},
+           placement);
+  // Square corners leave the radius out, as the printer's default.
+  if (radius.description() == "0") return corners + "\r\n";
+  return corners + fill(",%@\r\n", {{"the radius", radius}}, placement);
+}
+
+std::string circleLine(const Value& x, const Value& y, const Value& diameter,
+                       const Value& thickness, Placement placement) {
+  return fill("CIRCLE %@,%@,%@,%@\r\n",
+              {{"x", x}, {"y", y}, {"the diameter", diameter}, {"the thickness", thickness}},
+              placement);
+}
+
 std::string printLine(const Value& sets, const Value& copies, Placement placement) {
   return fill("PRINT %@,%@\r\n", {{"the sets", sets}, {"the copies", copies}}, placement);
 }

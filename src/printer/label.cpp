@@ -62,6 +62,19 @@ void requireRotation(int rotation) {
           "the rotation must be 0, 90, 180 or 270, not " + std::to_string(rotation));
 }
 
+void requireArea(int width, int height, const char* what) {
+  require(width >= 1 && height >= 1 && width <= 0xFFFF && height <= 0xFFFF,
+          std::string(what) + " must be 1 to 65535 dots each way, not " + std::to_string(width) +
+              " x " + std::to_string(height));
+}
+
+void requireMultipliers(int x, int y) {
+  for (int multiplier : {x, y}) {
+    require(multiplier >= 1 && multiplier <= 10,
+            "a text multiplier must be 1 to 10, not " + std::to_string(multiplier));
+  }
+}
+
 using LabelSize = std::optional<std::pair<int, int>>;
 
 void checkFits(const LabelSize& label, int x, int y, int width, int height, std::string_view what) {
@@ -147,10 +160,7 @@ Label& Label::text(int x, int y, std::string_view font, std::string_view content
   requirePosition(x, y);
   require(!font.empty(), "the printer font needs a name (\"1\" to \"8\", \"0\" or a file)");
   requireRotation(options.rotation);
-  for (int multiplier : {options.xMultiplier, options.yMultiplier}) {
-    require(multiplier >= 1 && multiplier <= 10,
-            "a text multiplier must be 1 to 10, not " + std::to_string(multiplier));
-  }
+  requireMultipliers(options.xMultiplier, options.yMultiplier);
   const Bytes encoded = encode(content, options.encoding);
   require(content.empty() || !encoded.empty(), "the text cannot be written in the chosen encoding");
   const std::string line =
@@ -181,6 +191,100 @@ Label& Label::barcode(int x, int y, std::string_view type, std::string_view code
   require(!encoded.empty(), "the code cannot be written in Big5-HKSCS, the encoding of barcodes");
   fields::requireQuotable("the code", encoded);
   append(line);
+  return *this;
+}
+
+Label& Label::textBlock(int x, int y, int width, int height, std::string_view font,
+                        std::string_view content, const TextBlockOptions& options) {
+  requirePosition(x, y);
+  requireArea(width, height, "a text block");
+  checkFits(sizeInDots_, x, y, width, height, "a text block");
+  require(!font.empty(), "the printer font needs a name (\"1\" to \"8\", \"0\" or a file)");
+  requireRotation(options.rotation);
+  requireMultipliers(options.xMultiplier, options.yMultiplier);
+  require(options.lineSpacing >= 0 && options.lineSpacing <= 0xFFFF,
+          "the line spacing must be 0 to 65535 dots, not " + std::to_string(options.lineSpacing));
+  const int alignment = static_cast<int>(options.alignment);
+  require(alignment >= 1 && alignment <= 3, "the alignment must be left, center or right");
+  const Bytes encoded = encode(content, options.encoding);
+  require(content.empty() || !encoded.empty(), "the text cannot be written in the chosen encoding");
+  const std::string line = commands::textBlockLine(
+      x, y, width, height, std::string(font), options.rotation, options.xMultiplier,
+      options.yMultiplier, options.lineSpacing, alignment, std::string(content));
+  if (options.encoding != Encoding::Utf8) fields::requireQuotable("the content", encoded);
+  append(line, options.encoding);
+  return *this;
+}
+
+Label& Label::qrCode(int x, int y, std::string_view data, const QrCodeOptions& options) {
+  requirePosition(x, y);
+  require(!data.empty(), "a QR code needs data to encode");
+  const char level = options.errorCorrection;
+  require(level == 'L' || level == 'M' || level == 'Q' || level == 'H',
+          "the error correction must be L, M, Q or H, not '" + std::string(1, level) + "'");
+  require(options.cell >= 1 && options.cell <= 20,
+          "the QR cell width must be 1 to 20 dots, not " + std::to_string(options.cell));
+  requireRotation(options.rotation);
+  append(commands::qrCodeLine(x, y, std::string(1, level), options.cell, options.rotation,
+                              std::string(data)),
+         Encoding::Utf8);
+  return *this;
+}
+
+Label& Label::bar(int x, int y, int width, int height) {
+  requirePosition(x, y);
+  requireArea(width, height, "a bar");
+  checkFits(sizeInDots_, x, y, width, height, "a bar");
+  append(commands::barLine(x, y, width, height));
+  return *this;
+}
+
+Label& Label::box(int x, int y, int xEnd, int yEnd, int thickness, int radius) {
+  requirePosition(x, y);
+  requirePosition(xEnd, yEnd);
+  require(xEnd > x && yEnd > y, "a box ends right of and below where it starts, not at " +
+                                    std::to_string(xEnd) + "," + std::to_string(yEnd) +
+                                    " from " + std::to_string(x) + "," + std::to_string(y));
+  checkFits(sizeInDots_, x, y, xEnd - x, yEnd - y, "a box");
+  require(thickness >= 1 && thickness <= 0xFFFF,
+          "the line thickness must be 1 to 65535 dots, not " + std::to_string(thickness));
+  require(radius >= 0 && radius <= 0xFFFF,
+          "the corner radius must be 0 to 65535 dots, not " + std::to_string(radius));
+  append(commands::boxLine(x, y, xEnd, yEnd, thickness, radius));
+  return *this;
+}
+
+Label& Label::reverse(int x, int y, int width, int height) {
+  requirePosition(x, y);
+  requireArea(width, height, "a reversed area");
+  checkFits(sizeInDots_, x, y, width, height, "a reversed area");
+  append(commands::reverseLine(x, y, width, height));
+  return *this;
+}
+
+Label& Label::erase(int x, int y, int width, int height) {
+  requirePosition(x, y);
+  requireArea(width, height, "an erased area");
+  checkFits(sizeInDots_, x, y, width, height, "an erased area");
+  append(commands::eraseLine(x, y, width, height));
+  return *this;
+}
+
+Label& Label::circle(int x, int y, int diameter, int thickness) {
+  requirePosition(x, y);
+  requireArea(diameter, diameter, "a circle");
+  checkFits(sizeInDots_, x, y, diameter, diameter, "a circle");
+  require(thickness >= 1 && thickness <= 0xFFFF,
+          "the line thickness must be 1 to 65535 dots, not " + std::to_string(thickness));
+  append(commands::circleLine(x, y, diameter, thickness));
+  return *this;
+}
+
+Label& Label::add(const Label& part) {
+  require(part.dpi_ == dpi_, "a part made for " + std::to_string(part.dpi_) +
+                                 " dpi cannot go on a label of " + std::to_string(dpi_) + " dpi");
+  append(part.bytes_);
+  if (!sizeInDots_) sizeInDots_ = part.sizeInDots_;
   return *this;
 }
 

@@ -52,6 +52,32 @@ TEST(Label, EveryLineIsTheOneTheSessionSends) {
             }));
 }
 
+TEST(Label, ShapesCodesAndTextBlocksAreOneLineEach) {
+  const Label label = Label()
+                          .qrCode(560, 20, "https://example.com/p/\"7\"", {'H', 6, 90})
+                          .bar(10, 200, 780, 3)
+                          .box(5, 5, 795, 475, 3)
+                          .box(10, 10, 60, 60, 2, 8)
+                          .reverse(20, 20, 100, 40)
+                          .erase(0, 0, 8, 8)
+                          .circle(300, 300, 50, 4)
+                          .textBlock(20, 300, 400, 96, "3", "Deliver to the back door, please",
+                                     {0, 1, 2, 4, Alignment::Center});
+  EXPECT_EQ(textOf(label.bytes()),
+            "QRCODE 560,20,H,6,A,90,\"https://example.com/p/\\[\"]7\\[\"]\"\r\n"
+            "BAR 10,200,780,3\r\n"
+            "BOX 5,5,795,475,3\r\n"
+            "BOX 10,10,60,60,2,8\r\n"
+            "REVERSE 20,20,100,40\r\n"
+            "ERASE 0,0,8,8\r\n"
+            "CIRCLE 300,300,50,4\r\n"
+            "BLOCK 20,300,400,96,\"3\",0,1,2,4,2,\"Deliver to the back door, please\"\r\n");
+  // A part built once goes on other labels as it stands.
+  const Label frame = Label().box(0, 0, 100, 50, 2);
+  EXPECT_EQ(Label().clear().add(frame).print().bytes(),
+            bytesOf("CLS\r\nBOX 0,0,100,50,2\r\nPRINT 1,1\r\n"));
+}
+
 TEST(Label, PrinterFontTextInEachEncoding) {
   const std::string content = "價格 Price";
   EXPECT_EQ(Label().text(10, 20, "3", content).bytes(),
@@ -87,6 +113,16 @@ TEST(Label, BadArgumentsAreRefusedWithTheirReason) {
             "the rotation must be 0, 90, 180 or 270, not 45");
   EXPECT_EQ(refusal([] { Label().density(16); }), "the density must be 0 to 15, not 16");
   EXPECT_EQ(refusal([] { Label().print(0); }), "sets and copies must be 1 or more");
+  EXPECT_EQ(refusal([] { Label().qrCode(0, 0, "x", {'X'}); }),
+            "the error correction must be L, M, Q or H, not 'X'");
+  EXPECT_EQ(refusal([] { Label().size(10, 10).bar(70, 0, 20, 2); }),
+            "a bar of 20 x 2 dots at 70,0 does not fit on the label of 80 x 80 dots");
+  EXPECT_EQ(refusal([] { Label().box(50, 50, 10, 60); }),
+            "a box ends right of and below where it starts, not at 10,60 from 50,50");
+  EXPECT_EQ(refusal([] { Label().reverse(0, 0, 0, 5); }),
+            "a reversed area must be 1 to 65535 dots each way, not 0 x 5");
+  EXPECT_EQ(refusal([] { Label(300).add(Label(203)); }),
+            "a part made for 203 dpi cannot go on a label of 300 dpi");
   // A refused element adds nothing.
   Label label;
   label.clear();

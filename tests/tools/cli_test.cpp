@@ -43,7 +43,8 @@ std::string at(const LoopbackPrinter& printer) {
 TEST(Cli, HelpListsEverySubcommand) {
   const ToolRun help = runTool("--help");
   EXPECT_EQ(help.status, 0);
-  for (const char* command : {"label", "image", "send", "query", "download", "wifi", "battery"}) {
+  for (const char* command :
+       {"label", "image", "send", "query", "download", "wifi", "battery", "batch"}) {
     EXPECT_NE(help.out.find(command), std::string::npos) << command;
   }
   EXPECT_EQ(runTool("query --help").status, 0);

@@ -6,6 +6,8 @@
 
 #include <memory>
 
+#include <orvante/label.hpp>
+
 #include "printer_rig.hpp"
 
 using namespace orvante;
@@ -168,6 +170,51 @@ TEST(Rendering, QrCodeHasItsFinderAtXY) {
   EXPECT_EQ(label.printedIn(20, 30, 48, 34), 112u);
   EXPECT_EQ(label.printedIn(24, 34, 44, 38), 0u);  // the finder's white ring
   EXPECT_EQ(label.printedIn(0, 0, 240, 240), label.printedIn(20, 30, 104, 114));
+}
+
+TEST(Rendering, TextBlocksWrapAtSpacesAndKeepTheLinesThatFit) {
+  PrinterRig rig;
+  // Font "3" is 16 x 24 dots: five characters a line of 80 dots, two lines
+  // in 60 dots.
+  rig.feed(Label().size(50, 50).textBlock(100, 100, 80, 60, "3", "AAAA BBBB CCCC").bytes());
+  const PrintedLabel left = rig.printOne();
+  EXPECT_GT(left.printedIn(100, 100, 164, 124), 100u);
+  EXPECT_GT(left.printedIn(100, 124, 164, 148), 100u);
+  EXPECT_EQ(left.printedIn(0, 0, 400, 400), left.printedIn(100, 100, 164, 148));
+
+  // A word wider than the block goes on in pieces; right-aligned lines end
+  // at its right edge: HHHHH, HH, HHH.
+  rig.feed("CLS\r\n");
+  rig.feed(Label()
+               .textBlock(100, 100, 80, 200, "3", "HHHHHHH HHH", {0, 1, 1, 0, Alignment::Right})
+               .bytes());
+  const PrintedLabel right = rig.printOne();
+  EXPECT_GT(right.printedIn(100, 100, 180, 124), 200u);
+  EXPECT_EQ(right.printedIn(100, 124, 148, 148), 0u);
+  EXPECT_GT(right.printedIn(148, 124, 180, 148), 40u);
+  EXPECT_EQ(right.printedIn(100, 148, 132, 172), 0u);
+  EXPECT_GT(right.printedIn(132, 148, 180, 172), 60u);
+  EXPECT_EQ(right.printedIn(0, 172, 400, 400), 0u);
+}
+
+TEST(Rendering, ALabelsShapesLandOnTheirDots) {
+  PrinterRig rig;
+  rig.feed(Label()
+               .size(30, 30)
+               .circle(40, 40, 100, 6)
+               .bar(0, 0, 10, 2)
+               .reverse(0, 0, 5, 4)
+               .erase(160, 160, 10, 10)
+               .bytes());
+  const PrintedLabel label = rig.printOne();
+  // The ring stays inside its square, with its middle clear.
+  EXPECT_EQ(label.printedIn(40, 40, 140, 140), label.printedIn(0, 4, 240, 240));
+  EXPECT_TRUE(label.printed(40, 90) && label.printed(139, 90) && label.printed(90, 40));
+  EXPECT_EQ(label.printedIn(60, 60, 120, 120), 0u);
+  // The bar's left half turned blank, the dots below it turned printed.
+  EXPECT_EQ(label.printedIn(0, 0, 5, 2), 0u);
+  EXPECT_EQ(label.printedIn(5, 0, 10, 2), 10u);
+  EXPECT_EQ(label.printedIn(0, 2, 5, 4), 10u);
 }
 
 TEST(Rendering, PngIsA1BitGreyImageOfTheLabel) {

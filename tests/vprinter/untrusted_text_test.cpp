@@ -85,6 +85,11 @@ TEST(UntrustedText, TextAndCodesPrintAsGivenOrAreRefused) {
     printsAsGivenOrIsRefused(
         [&](Label& l) { l.barcode(10, 20, "128", text, 50); }, "the code",
         journaled("BARCODE", {"10", "20", "128", "50", "1", "0", "2", "2", big5}));
+    printsAsGivenOrIsRefused([&](Label& l) { l.qrCode(10, 20, text); }, "the data",
+                             journaled("QRCODE", {"10", "20", "M", "4", "A", "0", text}));
+    printsAsGivenOrIsRefused(
+        [&](Label& l) { l.textBlock(10, 20, 300, 100, "3", text); }, "the content",
+        journaled("BLOCK", {"10", "20", "300", "100", "3", "0", "1", "1", "0", "1", text}));
     try {
       Label().text(0, 0, "3", text);
       ++printed;
@@ -102,6 +107,7 @@ TEST(UntrustedText, NamesHoldOnlyTheCharactersThePrinterReadsThere) {
   for (const auto& text : kHostile) {
     EXPECT_THROW(Label().text(0, 0, text, "x"), std::invalid_argument) << text;
     EXPECT_THROW(Label().barcode(0, 0, text, "1", 10), std::invalid_argument) << text;
+    EXPECT_THROW(Label().textBlock(0, 0, 10, 10, text, "x"), std::invalid_argument) << text;
     EXPECT_THROW(Label().download(text, viewOf("abc")), std::invalid_argument) << text;
   }
   printsAsGivenOrIsRefused([](Label& l) { l.download("LOGO_2.BMP", viewOf("abc")); }, "",

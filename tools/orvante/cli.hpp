@@ -27,5 +27,6 @@ void showProgress(Printer& printer, std::size_t from = 64 * 1024);
 void addLabelCommands(CLI::App& app, const Options& options);
 void addPrinterCommands(CLI::App& app, const Options& options);
 void addScanCommand(CLI::App& app);
+void addBatchCommand(CLI::App& app, const Options& options);
 
 }  // namespace orvante::cli

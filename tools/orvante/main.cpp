@@ -25,6 +25,7 @@ int main(int argc, char** argv) {
   orvante::cli::addLabelCommands(app, options);
   orvante::cli::addPrinterCommands(app, options);
   orvante::cli::addScanCommand(app);
+  orvante::cli::addBatchCommand(app, options);
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& help) {

@@ -1,5 +1,5 @@
-// What draws into the image buffer: text, barcodes, QR codes, bars,
-// boxes, circles, and inverting or erasing a region.
+// What draws into the image buffer: text, wrapped text blocks, barcodes,
+// QR codes, bars, boxes, circles, and inverting or erasing a region.
 
 #include <cmath>
 #include <numbers>
@@ -47,6 +47,36 @@ void text(Printer& printer, const CommandLine& command, JournalEntry&) {
     face = printer.fonts.face(file->first, file->second);
   }
   drawText(printer.canvas.draw().get(), printer.dpi(), request, face);
+}
+
+// BLOCK X,Y,WIDTH,HEIGHT,"FONT",ROTATION,XMUL,YMUL,[SPACE,]ALIGNMENT,[FIT,]"CONTENT"
+void block(Printer& printer, const CommandLine& command, JournalEntry&) {
+  const Arguments args = printer.arguments(command);
+  if (args.count() < 10 || args.count() > 12) throw CommandWarning("BLOCK needs 10 to 12 fields");
+  BlockRequest request;
+  TextRequest& text = request.text;
+  text.x = printer.labelX(args.integer(0, "x", -kFar, kFar));
+  text.y = printer.labelY(args.integer(1, "y", -kFar, kFar));
+  request.width = args.integer(2, "width", 1, kFar);
+  request.height = args.integer(3, "height", 1, kFar);
+  text.font = args.text(4, "font");
+  text.rotation = rotation(args, 5);
+  const bool scalable = text.font == "0" || printer.files.contains(text.font);
+  const int largest = scalable ? 400 : 10;
+  text.xMultiplier = args.integer(6, "x multiplier", 1, largest);
+  text.yMultiplier = args.integer(7, "y multiplier", 1, largest);
+  std::size_t next = 8;
+  if (args.count() >= 11) request.lineSpacing = args.integer(next++, "line spacing", 0, kFar);
+  text.alignment = args.integer(next++, "alignment", 0, 3);
+  // A FIT field (shrink the text until it fits) is read and not followed:
+  // the lines that fit print, the rest is left out.
+  if (args.count() == 12) args.integer(next++, "fit", 0, 1);
+  text.content = args.text(args.count() - 1, "content");
+  cairo_font_face_t* face = nullptr;
+  if (const auto file = printer.files.find(text.font); file != printer.files.end()) {
+    face = printer.fonts.face(file->first, file->second);
+  }
+  drawBlock(printer.canvas.draw().get(), printer.dpi(), request, face);
 }
 
 // BARCODE X,Y,"TYPE",HEIGHT,READABLE,ROTATION,NARROW,WIDE[,ALIGNMENT],"CODE"
@@ -161,6 +191,7 @@ void circle(Printer& printer, const CommandLine& command, JournalEntry&) {
 
 void addDrawingCommands(CommandTable& table) {
   table.emplace("TEXT", text);
+  table.emplace("BLOCK", block);
   table.emplace("BARCODE", barcode);
   table.emplace("QRCODE", qrCode);
   table.emplace("BAR", bar);

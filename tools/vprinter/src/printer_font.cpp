@@ -1,5 +1,6 @@
 #include "printer_font.hpp"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <numbers>
@@ -48,15 +49,6 @@ bool validUtf8(const std::string& text) {
   return true;
 }
 
-std::vector<std::string> characters(const std::string& text) {
-  std::vector<std::string> out;
-  for (std::size_t at = 0; at < text.size();) {
-    const std::size_t length = utf8Length(static_cast<unsigned char>(text[at]));
-    out.push_back(text.substr(at, length));
-    at += length;
-  }
-  return out;
-}
 
 void setHardEdges(cairo_t* context) {
   cairo_font_options_t* options = cairo_font_options_create();
@@ -96,8 +88,8 @@ void drawFixed(cairo_t* context, Cell cell, const TextRequest& request, const st
   }
 }
 
-void drawScalable(cairo_t* context, int dpi, const TextRequest& request, const std::string& text,
-                  cairo_font_face_t* face) {
+void selectScalable(cairo_t* context, int dpi, const TextRequest& request,
+                    cairo_font_face_t* face) {
   if (face) {
     cairo_set_font_face(context, face);
   } else {
@@ -109,6 +101,11 @@ void drawScalable(cairo_t* context, int dpi, const TextRequest& request, const s
   cairo_matrix_init_scale(&size, request.xMultiplier * dotsPerPoint,
                           request.yMultiplier * dotsPerPoint);
   cairo_set_font_matrix(context, &size);
+}
+
+void drawScalable(cairo_t* context, int dpi, const TextRequest& request, const std::string& text,
+                  cairo_font_face_t* face) {
+  selectScalable(context, dpi, request, face);
   cairo_font_extents_t font;
   cairo_font_extents(context, &font);
   cairo_text_extents_t extents;
@@ -119,6 +116,16 @@ void drawScalable(cairo_t* context, int dpi, const TextRequest& request, const s
 }
 
 }  // namespace
+
+std::vector<std::string> characters(const std::string& text) {
+  std::vector<std::string> out;
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t length = std::max<std::size_t>(1, utf8Length(static_cast<unsigned char>(text[at])));
+    out.push_back(text.substr(at, length));
+    at += length;
+  }
+  return out;
+}
 
 bool fixedCell(const std::string& font, int dpi, Cell& cell) {
   if (font.size() != 1 || font[0] < '1' || font[0] > '8') return false;
@@ -142,14 +149,48 @@ std::string asUtf8(const std::string& bytes) {
   return text;
 }
 
-void drawText(cairo_t* context, int dpi, const TextRequest& request, cairo_font_face_t* face) {
-  Cell cell{};
+namespace {
+
+// Whether the font is fixed (its cell then set); CommandWarning when it is
+// neither fixed, scalable nor stored.
+bool checkedFont(int dpi, const TextRequest& request, cairo_font_face_t* face, Cell& cell) {
   const bool fixed = fixedCell(request.font, dpi, cell);
   if (!fixed && request.font != "0" && !face) {
     throw CommandWarning("unknown font \"" + request.font + "\"");
   }
-  // Cairo stops at a NUL; the text is what comes before it.
-  const std::string text = asUtf8(request.content.substr(0, request.content.find('\0')));
+  return fixed;
+}
+
+// Cairo stops at a NUL; the text is what comes before it.
+std::string drawnText(const std::string& content) {
+  return asUtf8(content.substr(0, content.find('\0')));
+}
+
+}  // namespace
+
+TextMetrics measureText(cairo_t* context, int dpi, const TextRequest& request,
+                        cairo_font_face_t* face) {
+  Cell cell{};
+  const std::string text = drawnText(request.content);
+  if (checkedFont(dpi, request, face, cell)) {
+    return {static_cast<double>(cell.width) * request.xMultiplier * characters(text).size(),
+            static_cast<double>(cell.height) * request.yMultiplier};
+  }
+  cairo_save(context);
+  setHardEdges(context);
+  selectScalable(context, dpi, request, face);
+  cairo_font_extents_t font;
+  cairo_font_extents(context, &font);
+  cairo_text_extents_t extents;
+  cairo_text_extents(context, text.c_str(), &extents);
+  cairo_restore(context);
+  return {extents.x_advance, std::ceil(font.ascent + font.descent)};
+}
+
+void drawText(cairo_t* context, int dpi, const TextRequest& request, cairo_font_face_t* face) {
+  Cell cell{};
+  const bool fixed = checkedFont(dpi, request, face, cell);
+  const std::string text = drawnText(request.content);
   cairo_save(context);
   setHardEdges(context);
   cairo_translate(context, request.x, request.y);

@@ -6,6 +6,7 @@
 #include <cairo.h>
 
 #include <string>
+#include <vector>
 
 namespace orvante::vprinter {
 
@@ -31,6 +32,30 @@ bool fixedCell(const std::string& font, int dpi, Cell& cell);
 // Draws the text; `face` replaces the built-in scalable face (a stored
 // TrueType font), or is null. Throws CommandWarning for an unknown font.
 void drawText(cairo_t* context, int dpi, const TextRequest& request, cairo_font_face_t* face);
+
+// How wide the request's content is set, and how tall its line, in dots.
+struct TextMetrics {
+  double width;
+  double lineHeight;
+};
+TextMetrics measureText(cairo_t* context, int dpi, const TextRequest& request,
+                        cairo_font_face_t* face);
+
+// A block of text wrapped into lines: BLOCK.
+struct BlockRequest {
+  TextRequest text;  // its x and y are the block's top left; alignment within the block
+  int width = 0;
+  int height = 0;
+  int lineSpacing = 0;
+};
+
+// Draws the content in lines no wider than the block, broken at spaces (a
+// word wider than the block at characters); the lines that fit its height
+// in whole print, turned with the block about its top left.
+void drawBlock(cairo_t* context, int dpi, const BlockRequest& block, cairo_font_face_t* face);
+
+// The characters of UTF-8 text, each as its bytes.
+std::vector<std::string> characters(const std::string& text);
 
 // Bytes as UTF-8 text: valid UTF-8 as it is, anything else read as Latin-1.
 std::string asUtf8(const std::string& bytes);

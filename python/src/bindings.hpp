@@ -7,11 +7,13 @@
 
 #include <chrono>
 #include <mutex>
+#include <optional>
 #include <string_view>
 
 #include <orvante/bytes.hpp>
 #include <orvante/dither.hpp>
 #include <orvante/encoding.hpp>
+#include <orvante/image.hpp>
 #include <orvante/label.hpp>
 
 namespace orvante::python {
@@ -70,6 +72,11 @@ class BufferView {
   bool held_ = false;
   ByteView bytes_;
 };
+
+// An Image as it is, or the image of pixels with the buffer protocol (see
+// orvante.Image), kept in `made`; ValueError saying why pixels cannot be an
+// image, TypeError for anything else.
+const Image& imageOf(const py::handle& object, std::optional<Image>& made);
 
 // Seconds as the library's timeouts: a finite number of 0 or more, else
 // ValueError naming `what`.

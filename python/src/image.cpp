@@ -76,6 +76,15 @@ Image fromPixels(const py::buffer& pixels) {
 
 }  // namespace
 
+const Image& imageOf(const py::handle& object, std::optional<Image>& made) {
+  if (py::isinstance<Image>(object)) return object.cast<const Image&>();
+  if (PyObject_CheckBuffer(object.ptr())) {
+    return made.emplace(fromPixels(py::reinterpret_borrow<py::buffer>(object)));
+  }
+  throw py::type_error("an image must be an orvante.Image or pixels with the buffer protocol, not " +
+                       std::string(py::str(py::type::of(object).attr("__name__"))));
+}
+
 void bindImage(py::module_& module) {
   py::class_<Image>(module, "Image",
                     "An image for a label: pixels, top row first, with a size in points "
@@ -146,8 +155,6 @@ void bindImage(py::module_& module) {
         return "<orvante.Image " + std::to_string(image.pixelWidth()) + " x " +
                std::to_string(image.pixelHeight()) + " pixels>";
       });
-  // Label.image(x, y, array) takes pixels where an Image is asked.
-  py::implicitly_convertible<py::buffer, Image>();
 }
 
 }  // namespace orvante::python

@@ -124,9 +124,11 @@ marks in mm.)");
           "widths in dots.")
       .def(
           "image",
-          [](PyLabel& self, int x, int y, const Image& image, std::string_view dither,
+          [](PyLabel& self, int x, int y, const py::object& picture, std::string_view dither,
              double threshold) -> PyLabel& {
             const auto options = imageOptions(dither, threshold);
+            std::optional<Image> made;
+            const Image& image = imageOf(picture, made);
             return render(self, [&](Label& l) { l.image(x, y, image, options); });
           },
           py::arg("x"), py::arg("y"), py::arg("image"), py::kw_only(),
@@ -137,9 +139,11 @@ marks in mm.)");
           "\"edge\" (pure black and white and their borders exact, shades diffused).")
       .def(
           "bitmap",
-          [](PyLabel& self, int x, int y, const Image& image, std::string_view dither,
+          [](PyLabel& self, int x, int y, const py::object& picture, std::string_view dither,
              double threshold) -> PyLabel& {
             const auto options = imageOptions(dither, threshold);
+            std::optional<Image> made;
+            const Image& image = imageOf(picture, made);
             return render(self, [&](Label& l) { l.bitmap(x, y, image, options); });
           },
           py::arg("x"), py::arg("y"), py::arg("image"), py::kw_only(),

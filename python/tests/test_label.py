@@ -78,6 +78,8 @@ def test_pixels_of_every_channel_count():
             orvante.Image(memoryview(bytes(size)).cast("B", shape))
     with pytest.raises(ValueError, match="uint8"):
         orvante.Image(memoryview(bytes(8)).cast("H", (2, 2)))
+    with pytest.raises(TypeError, match="orvante.Image or pixels"):
+        orvante.Label().image(0, 0, "logo.png")
 
 
 def test_copies_are_independent_and_builders_chain():
@@ -107,6 +109,7 @@ def test_copies_are_independent_and_builders_chain():
     (lambda l: l.image(0, 0, orvante.Image(memoryview(bytes(4)).cast("B", (2, 2))),
                        dither="diffuse"), "dither"),
     (lambda l: l.rendered_text(0, 0, "DejaVu Sans", 0, "x"), "size"),
+    (lambda l: l.image(0, 0, b"not pixels of a shape"), "shape"),
 ])
 def test_hostile_text_and_bad_arguments_are_value_errors(build, reason):
     label = orvante.Label()

@@ -44,14 +44,3 @@ def test_nothing_printed_previews_nothing():
         0, 0, orvante.Image(memoryview(bytes(64 * 8)).cast("B", (8, 64)))).print())[:40]
     assert orvante.preview(cut) == []
 
-
-def test_dithered_shades_keep_their_tone():
-    numpy = pytest.importorskip("numpy")
-    grey = numpy.full((80, 80), 128, numpy.uint8)
-    label = orvante.Label().size(20, 10)
-    label.clear().image(0, 0, grey, dither="floyd-steinberg").image(80, 0, grey, dither="threshold",
-                                                                     threshold=100).print()
-    _, _, rows = png_dots(orvante.preview(label)[0])
-    diffused = ink(rows, 0, 0, 80, 80) / 6400
-    assert 0.4 < diffused < 0.6, "mid grey is about half dots"
-    assert ink(rows, 80, 0, 160, 80) == 0, "grey 128 is light above a threshold of 100"

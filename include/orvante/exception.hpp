@@ -1,20 +1,21 @@
 #pragma once
 // A named exception: the connection guard raises "NoConnectionException";
-// an image too large to draw fails as "ImageTooLarge".
+// an image too large to draw fails as "ImageTooLarge". It is an
+// orvante::Error, so the second door has one root for its failures.
 
-#include <stdexcept>
 #include <string>
 
+#include <orvante/error.hpp>
 #include <orvante/export.hpp>
 
 ORVANTE_API_BEGIN
 
 namespace orvante {
 
-class Exception : public std::runtime_error {
+class Exception : public Error {
  public:
   Exception(std::string name, std::string reason)
-      : std::runtime_error(name + ": " + reason),
+      : Error(name + ": " + reason),
         name_(std::move(name)),
         reason_(std::move(reason)) {}
 

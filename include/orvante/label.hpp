@@ -115,7 +115,7 @@ class Label {
   Label& renderedText(int x, int y, std::string_view family, int dots, std::string_view content,
                       const FontOptions& options = {});
   // A page (counted from 1) drawn at the label's resolution, as an image.
-  // Throws std::runtime_error in a build without PDF support.
+  // Throws orvante::Error in a build without PDF support.
   Label& pdfPage(int x, int y, const PdfDocument& document, int page,
                  const ImageOptions& options = {});
 

@@ -1,9 +1,8 @@
 #pragma once
 // The reentrant door to the LZSS encoder, and its decoder.
 
-#include <stdexcept>
-
 #include <orvante/bytes.hpp>
+#include <orvante/error.hpp>
 #include <orvante/export.hpp>
 
 ORVANTE_API_BEGIN
@@ -21,9 +20,9 @@ Bytes compress(ByteView input);
 
 // A stream that is truncated, refers to ring positions nothing has filled,
 // or runs past the expected size.
-class DecodeError : public std::runtime_error {
+class DecodeError : public Error {
  public:
-  using std::runtime_error::runtime_error;
+  using Error::Error;
 };
 
 // Expands a stream to exactly `expected` bytes; the stream must end there.

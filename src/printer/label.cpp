@@ -344,7 +344,7 @@ Label& Label::pdfPage(int x, int y, const PdfDocument& document, int page,
   return image(x, y, drawn, options);
 #else
   (void)x, (void)y, (void)document, (void)page, (void)options;
-  throw std::runtime_error("this build of orvante prints no PDF pages");
+  throw Error("this build of orvante prints no PDF pages");
 #endif
 }
 

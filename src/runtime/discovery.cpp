@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "../platform/linux/dns_sd.hpp"
+#include "../transport/accessory_profile.hpp"
 #include "system_services.hpp"
 
 namespace orvante {
@@ -106,7 +107,7 @@ std::vector<FoundPrinter> scanBle(ble::CentralFactory& radio, std::chrono::milli
 std::vector<FoundPrinter> attached(AccessoryManager& accessories) {
   std::vector<FoundPrinter> found;
   for (const auto& accessory : accessories.connectedAccessories()) {
-    if (const auto mac = accessory->valueForKey("macAddress")) {
+    if (const auto mac = accessory->valueForKey(transport::accessory_profile::kMacAddressKey)) {
       found.push_back({"bt://" + *mac, accessory->name()});
     } else if (const auto uri = accessory->valueForKey("uri")) {
       found.push_back({*uri, accessory->name()});

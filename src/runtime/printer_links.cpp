@@ -14,6 +14,7 @@
 #include "../transport/bluetooth_address.hpp"
 #include "../transport/descriptor_link.hpp"
 #include "../transport/simulated_link.hpp"
+#include "../transport/accessory_profile.hpp"
 #include "system_services.hpp"
 
 namespace orvante::runtime {
@@ -117,7 +118,7 @@ std::shared_ptr<Link> bluetooth(std::string_view uri, std::string_view rest,
   for (auto& c : address) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
   auto& paired = *services.bluetoothSerial;
   for (const auto& printer : paired.connectedAccessories()) {
-    const auto mac = printer->valueForKey("macAddress");
+    const auto mac = printer->valueForKey(transport::accessory_profile::kMacAddressKey);
     if (!mac || !transport::sameBluetoothAddress(*mac, address)) continue;
     const int fd = paired.connectSocket(printer);
     if (fd < 0) {

@@ -4,13 +4,14 @@
 #include <algorithm>
 #include <mutex>
 
+#include "../transport/accessory_profile.hpp"
 #include "internals.hpp"
 #include "session_ops.hpp"
 
 namespace {
 
-const char* const kDataPath = "com.issc.datapath";
-const char* const kMacAddress = "macAddress";
+using orvante::transport::accessory_profile::kDataPathProtocol;
+using orvante::transport::accessory_profile::kMacAddressKey;
 constexpr double kSettle = 0.3;
 constexpr double kProtocolSettle = 0.2;
 
@@ -48,11 +49,11 @@ std::int64_t SessionOps::openAccessory(ORVANTESDK& s, const std::string& protoco
 }
 
 std::int64_t ORVANTESDK::openportMFI() {
-  return SessionOps::openAccessory(*this, kDataPath, std::nullopt, false, kSettle);
+  return SessionOps::openAccessory(*this, kDataPathProtocol, std::nullopt, false, kSettle);
 }
 
 std::int64_t ORVANTESDK::openportMFI_delay(double delay) {
-  return SessionOps::openAccessory(*this, kDataPath, std::nullopt, true, delay);
+  return SessionOps::openAccessory(*this, kDataPathProtocol, std::nullopt, true, delay);
 }
 
 std::int64_t ORVANTESDK::openportMFI(const std::string& protocol) {
@@ -64,11 +65,11 @@ std::int64_t ORVANTESDK::openportMFI_delay(const std::string& protocol, double d
 }
 
 std::int64_t ORVANTESDK::openportMFI_withname(const std::string& name) {
-  return SessionOps::openAccessory(*this, kDataPath, name, false, kSettle);
+  return SessionOps::openAccessory(*this, kDataPathProtocol, name, false, kSettle);
 }
 
 std::int64_t ORVANTESDK::openportMFI_withname(const std::string& name, double delay) {
-  return SessionOps::openAccessory(*this, kDataPath, name, true, delay);
+  return SessionOps::openAccessory(*this, kDataPathProtocol, name, true, delay);
 }
 
 // Opens the session's streams with the session as their delegate. Their
@@ -94,5 +95,5 @@ void ORVANTESDK::searchMFI() {
 
 std::optional<std::string> ORVANTESDK::BTMAC() {
   auto chosen = accessory();
-  return chosen ? chosen->valueForKey(kMacAddress) : std::nullopt;
+  return chosen ? chosen->valueForKey(kMacAddressKey) : std::nullopt;
 }

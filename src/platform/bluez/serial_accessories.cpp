@@ -7,6 +7,7 @@
 #include <condition_variable>
 #include <future>
 
+#include "../../transport/accessory_profile.hpp"
 #include "../../transport/link_streams.hpp"
 #include "bluez_bus.hpp"
 #include "shared_bus.hpp"
@@ -17,7 +18,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-const char* const kProtocol = "com.issc.datapath";
 const char* const kProfilePath = "/org/orvante/serial_port";
 constexpr auto kListLimit = 5s;
 // Paging a printer and opening its RFCOMM channel can take several seconds.
@@ -30,10 +30,10 @@ class SerialPrinter final : public Accessory {
  public:
   SerialPrinter(std::string path, std::string name, std::string address)
       : path_(std::move(path)), name_(std::move(name)), address_(std::move(address)) {}
-  std::vector<std::string> protocolStrings() const override { return {kProtocol}; }
+  std::vector<std::string> protocolStrings() const override { return {transport::accessory_profile::kDataPathProtocol}; }
   std::string name() const override { return name_; }
   std::optional<std::string> valueForKey(const std::string& key) const override {
-    if (key == "macAddress") return address_;
+    if (key == transport::accessory_profile::kMacAddressKey) return address_;
     return std::nullopt;
   }
   const std::string& path() const { return path_; }
@@ -229,7 +229,7 @@ std::vector<std::shared_ptr<Accessory>> SerialAccessories::connectedAccessories(
 
 std::shared_ptr<AccessorySession> SerialAccessories::openSession(
     const std::shared_ptr<Accessory>& accessory, const std::string& protocol) {
-  if (protocol != kProtocol) return nullptr;
+  if (protocol != transport::accessory_profile::kDataPathProtocol) return nullptr;
   const int fd = connectSocket(accessory);
   if (fd < 0) return nullptr;
   return std::make_shared<AccessorySession>(accessory, protocol, transport::adoptSocketStreams(fd));

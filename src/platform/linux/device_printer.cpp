@@ -9,7 +9,7 @@ namespace orvante::platform::linux_devices {
 std::shared_ptr<AccessorySession> openDeviceSession(const std::shared_ptr<Accessory>& accessory,
                                                     const std::string& protocol) {
   auto printer = std::dynamic_pointer_cast<DevicePrinter>(accessory);
-  if (!printer || protocol != kDataPathProtocol) return nullptr;
+  if (!printer || protocol != transport::accessory_profile::kDataPathProtocol) return nullptr;
   try {
     auto streams = printer->open();
     if (!streams.input || !streams.output) return nullptr;

@@ -7,9 +7,9 @@
 
 #include <orvante/platform/accessory.hpp>
 
-namespace orvante::platform::linux_devices {
+#include "../../transport/accessory_profile.hpp"
 
-inline const char* const kDataPathProtocol = "com.issc.datapath";
+namespace orvante::platform::linux_devices {
 
 class DevicePrinter final : public Accessory {
  public:
@@ -19,7 +19,7 @@ class DevicePrinter final : public Accessory {
       : name_(std::move(name)), path_(std::move(path)), uri_(std::move(uri)),
         open_(std::move(open)) {}
 
-  std::vector<std::string> protocolStrings() const override { return {kDataPathProtocol}; }
+  std::vector<std::string> protocolStrings() const override { return {transport::accessory_profile::kDataPathProtocol}; }
   std::string name() const override { return name_; }
   std::optional<std::string> valueForKey(const std::string& key) const override {
     if (key == "path") return path_;

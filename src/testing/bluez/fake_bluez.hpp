@@ -3,6 +3,7 @@
 // plays an adapter (/org/bluez/hci0) with BLE printers (device information
 // and serial services), paired printers on the Serial Port Profile, and the
 // failures a real daemon reports. Tests script it and read what clients did.
+// Each D-Bus interface it plays has a file of its own (fake_bluez_*.cpp).
 
 #include <chrono>
 #include <cstdint>
@@ -89,6 +90,7 @@ class FakeBluez {
   void onLoop(const std::function<void()>& task) const;
   void exportObject(const std::string& path, Interfaces interfaces, bool visible);
   void publish(const std::string& path);
+  void registerProfileManager();
   void registerAdapter(const std::string& path);
   void setProperty(const std::string& path, const std::string& interface,
                    const std::string& name, const sdbus::Variant& value);

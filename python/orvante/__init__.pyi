@@ -143,4 +143,4 @@ def preview(label: Union[Label, _Bytes], dpi: Optional[int] = None) -> list[byte
     """The labels it prints as PNG bytes, rendered by the virtual printer's engine."""
 
 def discover(timeout: float = 2.0) -> list[tuple[str, str]]:
-    """The printers within reach as (address, name) pairs (not yet in this version)."""
+    """The printers within reach as (address, name) pairs; the address is what Printer.open takes."""

@@ -117,7 +117,7 @@ void BleLink::doStart() {
 std::size_t BleLink::doRead(std::span<std::uint8_t> buffer) {
   std::lock_guard lock(mutex_);
   const std::size_t count = std::min(buffer.size(), received_.size());
-  std::memcpy(buffer.data(), received_.data(), count);
+  if (count != 0) std::memcpy(buffer.data(), received_.data(), count);
   received_.erase(received_.begin(), received_.begin() + static_cast<std::ptrdiff_t>(count));
   return count;
 }

@@ -213,9 +213,14 @@ TEST(JobStore, AProcessKilledAtAnyInstantLeavesItConsistentAndReadableBySqlite3)
   Journal journal;
   constexpr int kLabels = 400;
   for (int round = 0; round < 3; ++round) {
+    // The child says when its job is in, so a slow machine still kills it
+    // in the middle of its writes.
+    int started[2];
+    ASSERT_EQ(pipe(started), 0);
     const pid_t child = fork();
     ASSERT_GE(child, 0);
     if (child == 0) {
+      close(started[0]);
       // Writes as a batch does, until it is killed.
       JobStore store(journal.path);
       std::vector<JobLabel> labels(kLabels);
@@ -225,13 +230,19 @@ TEST(JobStore, AProcessKilledAtAnyInstantLeavesItConsistentAndReadableBySqlite3)
       crash.name = "crash";
       const auto job = store.add(crash, labels);
       store.setState(job, JobState::Printing);
+      const char ready = 1;
+      (void)!write(started[1], &ready, 1);
       for (int n = 1; n <= kLabels; ++n) {
         store.sending(job, n);
         store.confirmed(job, n, 0, false);
       }
       _exit(0);
     }
-    std::this_thread::sleep_for(std::chrono::milliseconds(30 + 40 * round));
+    close(started[1]);
+    char ready = 0;
+    (void)!read(started[0], &ready, 1);
+    close(started[0]);
+    std::this_thread::sleep_for(std::chrono::milliseconds(5 + 20 * round));
     kill(child, SIGKILL);
     waitpid(child, nullptr, 0);
   }

@@ -4,6 +4,7 @@
 #include "bindings.hpp"
 
 #include <array>
+#include <cerrno>
 #include <cmath>
 #include <stdexcept>
 #include <string>
@@ -47,6 +48,15 @@ BufferView::BufferView(const py::handle& object, const char* what) {
 
 BufferView::~BufferView() {
   if (held_) PyBuffer_Release(&buffer_);
+}
+
+void requireFile(const std::filesystem::path& path) {
+  std::error_code failure;
+  if (!std::filesystem::exists(path, failure)) {
+    errno = ENOENT;
+    PyErr_SetFromErrnoWithFilename(PyExc_OSError, path.c_str());
+    throw py::error_already_set();
+  }
 }
 
 std::chrono::milliseconds toTimeout(double seconds, const char* what) {
@@ -97,6 +107,15 @@ Encoding encodingNamed(std::string_view name) {
       {"mac-roman", Encoding::MacRoman},
   }};
   return named(name, kNames, "encoding");
+}
+
+Alignment alignmentNamed(std::string_view name) {
+  static constexpr std::array<std::pair<std::string_view, Alignment>, 3> kNames{{
+      {"left", Alignment::Left},
+      {"center", Alignment::Center},
+      {"right", Alignment::Right},
+  }};
+  return named(name, kNames, "alignment");
 }
 
 }  // namespace orvante::python

@@ -6,8 +6,10 @@
 #include <pybind11/pybind11.h>
 
 #include <chrono>
+#include <filesystem>
 #include <mutex>
 #include <optional>
+#include <string>
 #include <string_view>
 
 #include <orvante/bytes.hpp>
@@ -15,6 +17,7 @@
 #include <orvante/encoding.hpp>
 #include <orvante/image.hpp>
 #include <orvante/label.hpp>
+#include <orvante/records.hpp>
 
 namespace orvante::python {
 
@@ -28,6 +31,8 @@ void bindPrinter(py::module_& module);
 void bindDelivery(py::module_& module);
 void bindPreview(py::module_& module);
 void bindDiscovery(py::module_& module);
+void bindTemplate(py::module_& module);
+void bindBatch(py::module_& module);
 void bindTesting(py::module_& module);
 
 // A label as Python holds it. Calls that render (an image, text in a
@@ -82,10 +87,24 @@ const Image& imageOf(const py::handle& object, std::optional<Image>& made);
 // ValueError naming `what`.
 std::chrono::milliseconds toTimeout(double seconds, const char* what);
 
+// FileNotFoundError, as Python's own open raises it, when nothing is at
+// the path.
+void requireFile(const std::filesystem::path& path);
+
+// A record from Python: an orvante.Record as it is, or a mapping of field
+// names to str, int, float or bool (None for no field) with the number
+// given and no line. TypeError for anything else.
+Record recordOf(const py::handle& given, std::size_t number);
+// Raises orvante.RecordError, named by the record's line, or its number
+// when it has none.
+[[noreturn]] void raiseRecordError(std::size_t number, std::size_t line, const std::string& reason);
+
 // "threshold", "floyd-steinberg", "atkinson", "ordered", "ordered8", "edge".
 Dither ditherNamed(std::string_view name);
 // "utf-8", "big5", "gb18030", "big5-hkscs", "mac-roman".
 Encoding encodingNamed(std::string_view name);
+// "left", "center", "right".
+Alignment alignmentNamed(std::string_view name);
 
 // The labels the bytes print, as PNG files in memory, rendered by the
 // virtual printer's engine at 203 or 300 dpi. Called without the GIL.

@@ -5,6 +5,7 @@
 
 #include "bindings.hpp"
 
+#include <stdexcept>
 #include <string>
 
 #include <orvante/pdf.hpp>
@@ -123,6 +124,41 @@ marks in mm.)");
           "readable adds the human-readable line under the bars; narrow and wide are the bar "
           "widths in dots.")
       .def(
+          "text_block",
+          [](PyLabel& self, int x, int y, int width, int height, std::string_view font,
+             std::string_view content, int rotation, int xMultiplier, int yMultiplier,
+             int lineSpacing, std::string_view alignment, std::string_view encoding) -> PyLabel& {
+            const TextBlockOptions options{rotation,    xMultiplier,           yMultiplier,
+                                           lineSpacing, alignmentNamed(alignment),
+                                           encodingNamed(encoding)};
+            return build(self, [&](Label& l) {
+              l.textBlock(x, y, width, height, font, content, options);
+            });
+          },
+          py::arg("x"), py::arg("y"), py::arg("width"), py::arg("height"), py::arg("font"),
+          py::arg("content"), py::kw_only(), py::arg("rotation") = 0, py::arg("x_multiplier") = 1,
+          py::arg("y_multiplier") = 1, py::arg("line_spacing") = 0, py::arg("alignment") = "left",
+          py::arg("encoding") = "utf-8", kSelf,
+          "Printer-font text wrapped at spaces (a word wider than the block at characters) into "
+          "lines width dots wide; the lines that fit height print. line_spacing is dots between "
+          "lines; alignment \"left\", \"center\" or \"right\"; the rest as for text().")
+      .def(
+          "qr",
+          [](PyLabel& self, int x, int y, std::string_view data, std::string_view errorCorrection,
+             int cell, int rotation) -> PyLabel& {
+            if (errorCorrection.size() != 1) {
+              throw std::invalid_argument("the error correction is one letter, L, M, Q or H, not \"" +
+                                          std::string(errorCorrection) + "\"");
+            }
+            const QrCodeOptions options{errorCorrection.front(), cell, rotation};
+            return build(self, [&](Label& l) { l.qrCode(x, y, data, options); });
+          },
+          py::arg("x"), py::arg("y"), py::arg("data"), py::kw_only(),
+          py::arg("error_correction") = "M", py::arg("cell") = 4, py::arg("rotation") = 0, kSelf,
+          "A QR code of the data (UTF-8), its top left corner at x, y. error_correction: \"L\", "
+          "\"M\", \"Q\" or \"H\" (7, 15, 25 or 30 % of the code restored); cell is the "
+          "module's width in dots, 1 to 20.")
+      .def(
           "image",
           [](PyLabel& self, int x, int y, const py::object& picture, std::string_view dither,
              double threshold) -> PyLabel& {
@@ -173,6 +209,57 @@ marks in mm.)");
           py::arg("x"), py::arg("y"), py::arg("document"), py::arg("page") = 1, py::kw_only(),
           py::arg("dither") = "threshold", py::arg("threshold") = 128.0, kSelf,
           "A page (counted from 1) drawn at the label's resolution, as an image.")
+      // --- Shapes, in dots
+      .def(
+          "bar",
+          [](PyLabel& self, int x, int y, int width, int height) -> PyLabel& {
+            return build(self, [&](Label& l) { l.bar(x, y, width, height); });
+          },
+          py::arg("x"), py::arg("y"), py::arg("width"), py::arg("height"), kSelf,
+          "A filled rectangle: a line is a bar one way thin.")
+      .def(
+          "box",
+          [](PyLabel& self, int x, int y, int xEnd, int yEnd, int thickness, int radius) -> PyLabel& {
+            return build(self, [&](Label& l) { l.box(x, y, xEnd, yEnd, thickness, radius); });
+          },
+          py::arg("x"), py::arg("y"), py::arg("x_end"), py::arg("y_end"), py::kw_only(),
+          py::arg("thickness") = 1, py::arg("radius") = 0, kSelf,
+          "The outline of the rectangle from x, y to x_end, y_end, inside it; corners rounded "
+          "by the radius when it is above 0.")
+      .def(
+          "reverse",
+          [](PyLabel& self, int x, int y, int width, int height) -> PyLabel& {
+            return build(self, [&](Label& l) { l.reverse(x, y, width, height); });
+          },
+          py::arg("x"), py::arg("y"), py::arg("width"), py::arg("height"), kSelf,
+          "The rectangle's dots turned over: printed ones blank, blank ones printed.")
+      .def(
+          "erase",
+          [](PyLabel& self, int x, int y, int width, int height) -> PyLabel& {
+            return build(self, [&](Label& l) { l.erase(x, y, width, height); });
+          },
+          py::arg("x"), py::arg("y"), py::arg("width"), py::arg("height"), kSelf,
+          "The rectangle's dots blank.")
+      .def(
+          "circle",
+          [](PyLabel& self, int x, int y, int diameter, int thickness) -> PyLabel& {
+            return build(self, [&](Label& l) { l.circle(x, y, diameter, thickness); });
+          },
+          py::arg("x"), py::arg("y"), py::arg("diameter"), py::kw_only(),
+          py::arg("thickness") = 1, kSelf,
+          "A ring inside the square of the diameter whose top left is x, y.")
+      // --- Parts
+      .def(
+          "add",
+          [](PyLabel& self, const PyLabel& part) -> PyLabel& {
+            // A copy first: the part may be this label, and two labels are
+            // never locked at once (a.add(b) beside b.add(a) cannot deadlock).
+            const PyLabel copied(part);
+            return build(self, [&](Label& l) { l.add(copied.label); });
+          },
+          py::arg("part"), kSelf,
+          "The commands of another label, made for the same resolution, as they stand: a part "
+          "built once and added to many labels.")
       // --- Output
       .def(
           "print",

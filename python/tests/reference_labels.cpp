@@ -1,6 +1,7 @@
 // The C++ door's bytes for the labels the Python tests build with the
 // same calls: `orvante_python_reference CASE [PDF]` writes them to
-// standard output.
+// standard output; `filled TEMPLATE NUMBER [FIELD=VALUE...]` the label
+// of a template for a record of those fields.
 
 #include <cstdio>
 #include <iostream>
@@ -9,6 +10,7 @@
 
 #include <orvante/label.hpp>
 #include <orvante/pdf.hpp>
+#include <orvante/template.hpp>
 
 namespace {
 
@@ -60,6 +62,35 @@ orvante::Label drawn(const std::string& pdf) {
   return label;
 }
 
+orvante::Label shapes() {
+  orvante::Label part(203);
+  part.box(0, 0, 60, 40, 2).circle(10, 5, 30);
+  orvante::Label label(203);
+  label.size(50, 30).clear()
+      .textBlock(10, 10, 200, 90, "2", "Words wrapped in a \"block\"",
+                 {90, 2, 1, 4, orvante::Alignment::Center, orvante::Encoding::Utf8})
+      .qrCode(220, 10, "https://example.com/p/1", {'H', 6, 90})
+      .qrCode(300, 120, "plain")
+      .bar(0, 200, 300, 2)
+      .box(5, 5, 395, 235, 3, 10)
+      .reverse(10, 10, 50, 20)
+      .erase(60, 10, 20, 20)
+      .circle(300, 100, 80, 2)
+      .add(part)
+      .add(part);
+  return label;
+}
+
+orvante::Label filled(int argc, char** argv) {
+  orvante::Record record(std::stoul(argv[3]));
+  for (int i = 4; i < argc; ++i) {
+    const std::string field = argv[i];
+    const auto equals = field.find('=');
+    record.set(field.substr(0, equals), field.substr(equals + 1));
+  }
+  return orvante::Template::load(argv[2]).fill(record);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -71,8 +102,13 @@ int main(int argc, char** argv) {
     label = images();
   } else if (which == "drawn" && argc > 2) {
     label = drawn(argv[2]);
+  } else if (which == "shapes") {
+    label = shapes();
+  } else if (which == "filled" && argc > 3) {
+    label = filled(argc, argv);
   } else {
-    std::cerr << "usage: orvante_python_reference commands|images|drawn PDF\n";
+    std::cerr << "usage: orvante_python_reference commands|images|shapes|drawn PDF|"
+                 "filled TEMPLATE NUMBER [FIELD=VALUE...]\n";
     return 2;
   }
   const auto& bytes = label.bytes();

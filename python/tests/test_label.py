@@ -31,8 +31,25 @@ def images_label(picture):
     return label.bitmap(0, 50, picture, dither="atkinson")
 
 
+def shapes_label():
+    part = orvante.Label().box(0, 0, 60, 40, thickness=2).circle(10, 5, 30)
+    return (orvante.Label().size(50, 30).clear()
+            .text_block(10, 10, 200, 90, "2", 'Words wrapped in a "block"', rotation=90,
+                        x_multiplier=2, line_spacing=4, alignment="center")
+            .qr(220, 10, "https://example.com/p/1", error_correction="H", cell=6, rotation=90)
+            .qr(300, 120, "plain")
+            .bar(0, 200, 300, 2)
+            .box(5, 5, 395, 235, thickness=3, radius=10)
+            .reverse(10, 10, 50, 20)
+            .erase(60, 10, 20, 20)
+            .circle(300, 100, 80, thickness=2)
+            .add(part)
+            .add(part))
+
+
 def test_label_bytes_equal_the_cpp_door(reference, tmp_path):
     assert bytes(commands_label()) == reference("commands")
+    assert bytes(shapes_label()) == reference("shapes")
 
     pixels = memoryview(ramps_rgb()).cast("B", (HEIGHT, WIDTH, 3))
     assert bytes(images_label(orvante.Image(pixels))) == reference("images")
@@ -88,6 +105,8 @@ def test_copies_are_independent_and_builders_chain():
     copied = copy.copy(label).print()
     assert bytes(copied) == bytes(label) + b"PRINT 1,1\r\n"
     assert label.dpi == 203 and orvante.Label(dpi=300).dpi == 300
+    # A label added to itself adds what it held before.
+    assert bytes(label.add(label)) == bytes(copied)[:-len(b"PRINT 1,1\r\n")] * 2
 
 
 @pytest.mark.parametrize("build, reason", [
@@ -110,6 +129,14 @@ def test_copies_are_independent_and_builders_chain():
                        dither="diffuse"), "dither"),
     (lambda l: l.rendered_text(0, 0, "DejaVu Sans", 0, "x"), "size"),
     (lambda l: l.image(0, 0, b"not pixels of a shape"), "shape"),
+    (lambda l: l.text_block(0, 0, 100, 50, "3", "two\nlines"), "line feed"),
+    (lambda l: l.text_block(0, 0, 100, 50, "3", "x", alignment="justify"), "alignment"),
+    (lambda l: l.qr(0, 0, "data ~!T"), "~!"),
+    (lambda l: l.qr(0, 0, "x", error_correction="X"), "error correction"),
+    (lambda l: l.qr(0, 0, "x", error_correction="MH"), "one letter"),
+    (lambda l: l.box(50, 50, 10, 10), "box ends"),
+    (lambda l: l.size(50, 30).circle(380, 0, 40), "does not fit"),
+    (lambda l: l.add(orvante.Label(dpi=300).bar(0, 0, 5, 5)), "dpi"),
 ])
 def test_hostile_text_and_bad_arguments_are_value_errors(build, reason):
     label = orvante.Label()

@@ -1,6 +1,8 @@
 // orvante serve: the web service (serve/service.hpp) until SIGINT or
 // SIGTERM. A refused address or option is a usage error, exit status 2.
 
+#include <malloc.h>
+
 #include <csignal>
 #include <fstream>
 #include <iostream>
@@ -38,6 +40,12 @@ void runService(const ServeSettings& settings) {
   } catch (const std::invalid_argument& refused) {
     throw CLI::ValidationError(refused.what());
   }
+  // Each preview allocates and frees a label's buffers (about 1 MB for a
+  // 4 x 6 in label): kept in the heap rather than handed back to the
+  // system each time, they cost no page faults the next time. Measured
+  // by bench/serve_preview.sh: about half again as many previews a second.
+  mallopt(M_MMAP_THRESHOLD, 16 * 1024 * 1024);
+  mallopt(M_TRIM_THRESHOLD, 64 * 1024 * 1024);
   options.token = settings.token;
   options.state = settings.state;
   options.maxBody = settings.maxBody;

@@ -21,16 +21,16 @@ std::optional<std::string_view> parameter(const httplib::Request& request, const
 class Renderer {
  public:
   explicit Renderer(Context& context) : gate_(*context.renderers) {
-    if (!gate_.try_acquire_for(context.options.preview.timeLimit)) {
+    if (!gate_.enter(context.options.preview.timeLimit)) {
       throw HttpError(503, "the service is busy drawing other previews; try again");
     }
   }
-  ~Renderer() { gate_.release(); }
+  ~Renderer() { gate_.leave(); }
   Renderer(const Renderer&) = delete;
   Renderer& operator=(const Renderer&) = delete;
 
  private:
-  std::counting_semaphore<>& gate_;
+  RenderGate& gate_;
 };
 
 void answerPng(httplib::Response& response, const vprinter::PrintedLabel& label) {

@@ -2,10 +2,10 @@
 // The service's routes on an httplib server, and what they share.
 
 #include <memory>
-#include <semaphore>
 
 #include "job_queue.hpp"
 #include "printer_status.hpp"
+#include "render_gate.hpp"
 #include "service.hpp"
 
 namespace httplib {
@@ -19,9 +19,7 @@ struct Context {
   int port = 0;
   std::unique_ptr<JobQueue> jobs;
   std::unique_ptr<StatusAsker> statuses;
-  // A preview waits for one of these, so that no more are drawn at once
-  // than there are cores.
-  std::unique_ptr<std::counting_semaphore<>> renderers;
+  std::unique_ptr<RenderGate> renderers;
 };
 
 // Token and origin checks before routing, errors as JSON after.

@@ -36,7 +36,7 @@ Service::Service(ServiceOptions options) : state_(std::make_unique<State>()) {
 
   Context& context = state_->context;
   context.options = std::move(options);
-  context.renderers = std::make_unique<std::counting_semaphore<>>(context.options.renderers);
+  context.renderers = std::make_unique<RenderGate>(context.options.renderers);
   context.statuses = std::make_unique<StatusAsker>(context.options.statusLimit);
   context.jobs = std::make_unique<JobQueue>(context.options.state, context.options.printers,
                                             context.options.delivery);

@@ -17,7 +17,7 @@ using orvante::testing::ToolRun;
 
 const std::string kLabel = "SIZE 20 mm, 10 mm\nBAR 0,0,10,10\nPRINT 1\n";
 
-TEST(Guards, WithATokenEveryV1RequestNeedsIt) {
+TEST(ServeGuards, WithATokenEveryV1RequestNeedsIt) {
   ServiceOptions options = loopbackOptions();
   options.token = "s3cret-token";
   RunningService service(options);
@@ -38,7 +38,7 @@ TEST(Guards, WithATokenEveryV1RequestNeedsIt) {
   EXPECT_EQ(client.Get("/")->status, 200);  // the page asks for the token itself
 }
 
-TEST(Guards, ListensBeyondTheLoopbackOnlyWithAToken) {
+TEST(ServeGuards, ListensBeyondTheLoopbackOnlyWithAToken) {
   ServiceOptions open = loopbackOptions();
   open.host = "0.0.0.0";
   EXPECT_THROW(Service{open}, std::invalid_argument);
@@ -51,19 +51,12 @@ TEST(Guards, ListensBeyondTheLoopbackOnlyWithAToken) {
   EXPECT_EQ(runTool("serve --listen nonsense").status, 2);
   EXPECT_EQ(runTool("serve --printer without-uri").status, 2);
 
-  EXPECT_TRUE(isLoopback("127.0.0.1"));
-  EXPECT_TRUE(isLoopback("127.9.8.7"));
-  EXPECT_TRUE(isLoopback("::1"));
-  EXPECT_TRUE(isLoopback("localhost"));
-  EXPECT_FALSE(isLoopback("0.0.0.0"));
-  EXPECT_FALSE(isLoopback("::"));
-  EXPECT_FALSE(isLoopback("128.0.0.1"));
+  for (const char* near : {"127.9.8.7", "::1", "localhost"}) EXPECT_TRUE(isLoopback(near)) << near;
+  for (const char* far : {"0.0.0.0", "::", "128.0.0.1", "::ffff:10.0.0.1"}) EXPECT_FALSE(isLoopback(far)) << far;
   EXPECT_EQ(parseListen("[::1]:8080").host, "::1");
-  EXPECT_EQ(parseListen("127.0.0.1:0").port, 0);
-  EXPECT_THROW(parseListen("127.0.0.1:65536"), std::invalid_argument);
 }
 
-TEST(Guards, RefusesOtherSitesPagesAndForeignHostNames) {
+TEST(ServeGuards, RefusesOtherSitesPagesAndForeignHostNames) {
   RunningService service;
   auto client = service.client();
   const auto foreign = client.Post("/v1/preview", {{"Origin", "http://evil.example"}}, kLabel, "text/plain");
@@ -75,7 +68,7 @@ TEST(Guards, RefusesOtherSitesPagesAndForeignHostNames) {
   EXPECT_EQ(rebound->status, 403);
 }
 
-TEST(Guards, UnknownPathsAreJsonErrors) {
+TEST(ServeGuards, UnknownPathsAreJsonErrors) {
   RunningService service;
   auto client = service.client();
   for (const char* path : {"/nothing", "/v1/jobs/abc", "/v1/jobs/999", "/v1/printers/none/jobs/x"}) {

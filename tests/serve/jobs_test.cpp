@@ -76,7 +76,7 @@ json recordsJob(int count, const std::string& prefix = "SKU-") {
           {"records", records}};
 }
 
-TEST(Printers, ListsEachPrintersStatusWithinTheLimitWhateverItDoes) {
+TEST(ServePrinters, ListsEachPrintersStatusWithinTheLimitWhateverItDoes) {
   PrinterProcess present;
   SilentPrinter silent;
   ServiceOptions options = loopbackOptions();
@@ -101,7 +101,7 @@ TEST(Printers, ListsEachPrintersStatusWithinTheLimitWhateverItDoes) {
   }
 }
 
-TEST(Jobs, CommandsAndTemplatesPrintToTheVirtualPrinterEachLabelConfirmed) {
+TEST(ServeJobs, CommandsAndTemplatesPrintToTheVirtualPrinterEachLabelConfirmed) {
   PrinterProcess printer;
   ServiceOptions options = loopbackOptions();
   options.printers = {{"shelf", "tcp://127.0.0.1:" + std::to_string(printer.port())}};
@@ -128,7 +128,7 @@ TEST(Jobs, CommandsAndTemplatesPrintToTheVirtualPrinterEachLabelConfirmed) {
   EXPECT_EQ(client.Post("/v1/printers/shelf/jobs", "", "text/plain")->status, 400);
 }
 
-TEST(Jobs, WaitForAPrinterInAFaultAndGoOnWhenItIsBack) {
+TEST(ServeJobs, WaitForAPrinterInAFaultAndGoOnWhenItIsBack) {
   SimulatedPrinter printer("serve-waiting");
   printer.setStatus(0x04);  // out of paper
   ServiceOptions options = loopbackOptions();
@@ -146,7 +146,7 @@ TEST(Jobs, WaitForAPrinterInAFaultAndGoOnWhenItIsBack) {
   EXPECT_EQ(jobOf(client, id)["state"], "done");
 }
 
-TEST(Jobs, ARestartedServiceGoesOnWithItsUnfinishedJobs) {
+TEST(ServeJobs, ARestartedServiceGoesOnWithItsUnfinishedJobs) {
   const fs::path state = fs::path(::testing::TempDir()) / ("serve-state-" + std::to_string(::getpid()));
   for (const char* end : {"", "-wal", "-shm"}) fs::remove(state.string() + end);
   SimulatedPrinter printer("serve-restart");

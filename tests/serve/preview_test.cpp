@@ -16,13 +16,13 @@ using ::testing::HasSubstr;
 const std::string kLabel =
     "SIZE 50 mm, 30 mm\r\nCLS\r\nBAR 100,60,50,40\r\nTEXT 200,150,\"3\",0,1,1,\"Hi\"\r\nPRINT 1\r\n";
 
-class Preview : public ::testing::Test {
+class ServePreview : public ::testing::Test {
  protected:
   RunningService service;
   httplib::Client client = service.client();
 };
 
-TEST_F(Preview, DrawsTheLabelWithItsInkWhereTheCommandsPutIt) {
+TEST_F(ServePreview, DrawsTheLabelWithItsInkWhereTheCommandsPutIt) {
   const auto answer = client.Post("/v1/preview", kLabel, "text/plain");
   ASSERT_TRUE(answer);
   EXPECT_EQ(answer->status, 200);
@@ -43,7 +43,7 @@ TEST_F(Preview, DrawsTheLabelWithItsInkWhereTheCommandsPutIt) {
   EXPECT_EQ(pictureOf(fine->body).height(), 360);
 }
 
-TEST_F(Preview, PicksALabelByIndexAndGivesEveryLabelAsAPdfPage) {
+TEST_F(ServePreview, PicksALabelByIndexAndGivesEveryLabelAsAPdfPage) {
   const std::string three = "SIZE 20 mm, 10 mm\nCLS\nPRINT 1\nBAR 0,0,160,80\nPRINT 1\n"
                             "SIZE 40 mm, 10 mm\nPRINT 1\n";
   const auto second = client.Post("/v1/preview?index=1", three, "text/plain");
@@ -65,7 +65,7 @@ TEST_F(Preview, PicksALabelByIndexAndGivesEveryLabelAsAPdfPage) {
   EXPECT_LT(page.rgba()[0], 64);  // the second label is all ink
 }
 
-TEST_F(Preview, ReportsTheEnginesWarningsOnOneHeaderLine) {
+TEST_F(ServePreview, ReportsTheEnginesWarningsOnOneHeaderLine) {
   const auto answer = client.Post(
       "/v1/preview", "SIZE 20 mm, 10 mm\nFROBNICATE 1\nBITMAP 150,0,4,2,0,\x01\x02\x03\x04\x05\x06\x07\x08"
                      "\nPRINT 1\n",
@@ -78,7 +78,7 @@ TEST_F(Preview, ReportsTheEnginesWarningsOnOneHeaderLine) {
   EXPECT_EQ(warnings.find_first_of("\r\n"), std::string::npos);
 }
 
-TEST_F(Preview, RefusesWhatItCannotDraw) {
+TEST_F(ServePreview, RefusesWhatItCannotDraw) {
   const auto none = client.Post("/v1/preview", "SIZE 20 mm, 10 mm\nCLS\n", "text/plain");
   EXPECT_EQ(none->status, 400);
   EXPECT_THAT(errorOf(none), HasSubstr("no label"));
@@ -92,7 +92,7 @@ TEST_F(Preview, RefusesWhatItCannotDraw) {
   EXPECT_FALSE(errorOf(wrongMethod).empty());
 }
 
-TEST_F(Preview, HoldsToItsLimitsOfLabelsDotsAndBodySize) {
+TEST_F(ServePreview, HoldsToItsLimitsOfLabelsDotsAndBodySize) {
   const auto fifty = client.Post("/v1/preview?index=49", "SIZE 10 mm, 10 mm\nPRINT 50\n", "text/plain");
   EXPECT_EQ(fifty->status, 200);
   EXPECT_EQ(fifty->get_header_value("X-Label-Count"), "50");
@@ -114,7 +114,7 @@ TEST_F(Preview, HoldsToItsLimitsOfLabelsDotsAndBodySize) {
   EXPECT_FALSE(errorOf(large).empty());
 }
 
-TEST(PreviewTime, ARenderPastTheTimeLimitIsStopped) {
+TEST(ServePreviewTime, ARenderPastTheTimeLimitIsStopped) {
   ServiceOptions options = loopbackOptions();
   options.preview.timeLimit = std::chrono::milliseconds(50);
   RunningService service(options);
@@ -129,7 +129,7 @@ TEST(PreviewTime, ARenderPastTheTimeLimitIsStopped) {
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1000));
 }
 
-TEST_F(Preview, DrawsATemplatesLabelForARecordAndRefusesImageFiles) {
+TEST_F(ServePreview, DrawsATemplatesLabelForARecordAndRefusesImageFiles) {
   const json request = {
       {"template",
        {{"size", {50, 30}},

@@ -160,7 +160,7 @@ int drawn(Browser& browser) {
   return value.is_string() ? std::stoi(value.get<std::string>()) : -1;
 }
 
-TEST(WebPage, DrawsTheExamplesPreviewAndRedrawsItAsOneTypes) {
+TEST(ServeWebPage, DrawsTheExamplesPreviewAndRedrawsItAsOneTypes) {
   if (!fs::exists(kChromium)) GTEST_SKIP() << "no Chromium";
   RunningService service;
   Browser browser;

@@ -93,6 +93,10 @@ class Batch {
   // A new job of kind "batch" in the store: its records pending, the
   // skipped ones skipped with their reason.
   std::int64_t newJob(JobStore& store, const std::string& printer, const std::string& name) const;
+  // The same, keeping `document` with the job (JobStore::document): what a
+  // service needs to build the batch again after a restart.
+  std::int64_t newJob(JobStore& store, const std::string& printer, const std::string& name,
+                      ByteView document) const;
   // The newest job in the store made of the same template, records and
   // range that is not done.
   std::optional<std::int64_t> unfinishedJob(const JobStore& store) const;
@@ -110,6 +114,8 @@ class Batch {
   void stop();
 
  private:
+  std::int64_t addJob(JobStore& store, const std::string& printer, const std::string& name,
+                      std::optional<ByteView> document) const;
   struct State;
   std::unique_ptr<State> state_;
 };

@@ -21,6 +21,8 @@
 //         skipped), sends, maybe_twice (1: it may have printed twice),
 //         reason (why it was skipped), sent and confirmed (times), status
 //         (the printer's status byte that confirmed it).
+// documents: job, content: what a service keeps to print the job again
+//         after a restart (its bytes, or its template and records).
 //
 // Calls from several threads are serialised; several processes may share
 // the file (a writer waits up to 5 s for another).
@@ -34,6 +36,7 @@
 #include <string_view>
 #include <vector>
 
+#include <orvante/bytes.hpp>
 #include <orvante/error.hpp>
 #include <orvante/export.hpp>
 
@@ -84,7 +87,12 @@ class JobStore {
   // A new job, queued, with its labels (pending, or skipped with their
   // reason), in one write; the job's id.
   std::int64_t add(const Job& job, const std::vector<JobLabel>& labels);
+  // The same, with the job's document stored in the same write.
+  std::int64_t add(const Job& job, const std::vector<JobLabel>& labels,
+                   std::optional<ByteView> document);
   std::optional<Job> job(std::int64_t id) const;
+  // The document stored with the job; none for a job added without one.
+  std::optional<Bytes> document(std::int64_t job) const;
   // Every job, the newest first.
   std::vector<Job> jobs() const;
   // The newest job of the kind and source that is not done.

@@ -134,6 +134,16 @@ Label Batch::label(std::size_t number) const { return state_->labels.fill(state_
 
 std::int64_t Batch::newJob(JobStore& store, const std::string& printer,
                            const std::string& name) const {
+  return addJob(store, printer, name, std::nullopt);
+}
+
+std::int64_t Batch::newJob(JobStore& store, const std::string& printer, const std::string& name,
+                           ByteView document) const {
+  return addJob(store, printer, name, document);
+}
+
+std::int64_t Batch::addJob(JobStore& store, const std::string& printer, const std::string& name,
+                           std::optional<ByteView> document) const {
   const State& state = *state_;
   std::vector<JobLabel> labels;
   labels.reserve(state.numbers.size() + state.skipped.size());
@@ -149,7 +159,7 @@ std::int64_t Batch::newJob(JobStore& store, const std::string& printer,
   job.name = name;
   job.printer = printer;
   job.source = state.fingerprint;
-  return store.add(job, labels);
+  return store.add(job, labels, document);
 }
 
 std::optional<std::int64_t> Batch::unfinishedJob(const JobStore& store) const {

@@ -43,6 +43,10 @@ CREATE TABLE IF NOT EXISTS labels (
   status INTEGER,
   PRIMARY KEY (job, number)
 ) WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS documents (
+  job INTEGER PRIMARY KEY REFERENCES jobs (id) ON DELETE CASCADE,
+  content BLOB NOT NULL
+);
 )";
 
 constexpr const char* kNow = "strftime('%Y-%m-%dT%H:%M:%fZ', 'now')";
@@ -75,6 +79,11 @@ class Statement {
     sqlite3_bind_int64(statement_, at, value);
     return *this;
   }
+  Statement& bind(int at, ByteView blob) {
+    sqlite3_bind_blob(statement_, at, blob.empty() ? "" : static_cast<const void*>(blob.data()),
+                      static_cast<int>(blob.size()), SQLITE_TRANSIENT);
+    return *this;
+  }
   Statement& bind(int at, std::string_view text) {
     // An empty view may have no data, which SQLite would bind as NULL.
     sqlite3_bind_text(statement_, at, text.empty() ? "" : text.data(), static_cast<int>(text.size()),
@@ -94,6 +103,10 @@ class Statement {
     sqlite3_clear_bindings(statement_);
   }
   std::int64_t integer(int column) const { return sqlite3_column_int64(statement_, column); }
+  Bytes blob(int column) const {
+    const auto* bytes = static_cast<const std::uint8_t*>(sqlite3_column_blob(statement_, column));
+    return bytes ? Bytes(bytes, bytes + sqlite3_column_bytes(statement_, column)) : Bytes();
+  }
   std::string text(int column) const {
     const auto* bytes = sqlite3_column_text(statement_, column);
     return bytes ? std::string(reinterpret_cast<const char*>(bytes),
@@ -197,6 +210,11 @@ JobStore::JobStore(JobStore&&) noexcept = default;
 JobStore& JobStore::operator=(JobStore&&) noexcept = default;
 
 std::int64_t JobStore::add(const Job& job, const std::vector<JobLabel>& labels) {
+  return add(job, labels, std::nullopt);
+}
+
+std::int64_t JobStore::add(const Job& job, const std::vector<JobLabel>& labels,
+                           std::optional<ByteView> document) {
   Database& db = *database_;
   std::lock_guard lock(db.mutex);
   std::int64_t id = 0;
@@ -219,6 +237,10 @@ std::int64_t JobStore::add(const Job& job, const std::vector<JobLabel>& labels) 
       row.bind(5, nameOf(each.state)).bind(6, each.reason).step();
       row.reset();
     }
+    if (document) {
+      Statement keep(db.connection, "INSERT INTO documents (job, content) VALUES (?, ?)");
+      keep.bind(1, id).bind(2, *document).step();
+    }
   });
   return id;
 }
@@ -230,6 +252,15 @@ std::optional<Job> JobStore::job(std::int64_t id) const {
   query.bind(1, id);
   if (!query.step()) return std::nullopt;
   return jobFrom(query);
+}
+
+std::optional<Bytes> JobStore::document(std::int64_t job) const {
+  Database& db = *database_;
+  std::lock_guard lock(db.mutex);
+  Statement query(db.connection, "SELECT content FROM documents WHERE job = ?");
+  query.bind(1, job);
+  if (!query.step()) return std::nullopt;
+  return query.blob(0);
 }
 
 std::vector<Job> JobStore::jobs() const {

@@ -28,5 +28,6 @@ void addLabelCommands(CLI::App& app, const Options& options);
 void addPrinterCommands(CLI::App& app, const Options& options);
 void addScanCommand(CLI::App& app);
 void addBatchCommand(CLI::App& app, const Options& options);
+void addServeCommand(CLI::App& app);
 
 }  // namespace orvante::cli

@@ -26,6 +26,7 @@ int main(int argc, char** argv) {
   orvante::cli::addPrinterCommands(app, options);
   orvante::cli::addScanCommand(app);
   orvante::cli::addBatchCommand(app, options);
+  orvante::cli::addServeCommand(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& help) {

@@ -113,7 +113,9 @@ class TcpConnector final : public Connector, public std::enable_shared_from_this
     }
     Done done = std::move(done_);
     done_ = nullptr;
-    // Cancelling waits for this call: the lock is held through it.
+    // Called without the lock: what `done` does (open a link, tell its
+    // listeners) may take locks that a thread cancelling holds.
+    lock.unlock();
     if (done) done(fd, why);
   }
 
@@ -125,7 +127,7 @@ class TcpConnector final : public Connector, public std::enable_shared_from_this
     fd_ = -1;
   }
 
-  std::recursive_mutex mutex_;  // everything below; held while `done` runs
+  std::mutex mutex_;  // the four below
   Done done_;
   bool cancelled_ = false;
   int fd_ = -1;

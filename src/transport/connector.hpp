@@ -17,8 +17,9 @@ class Connector {
   // Starts at once; `done` is called once, unless cancelled first.
   static std::shared_ptr<Connector> start(std::string host, int port, Done done);
 
-  // Any thread: `done` is not called from now on (once a call in progress,
-  // if any, has returned) and a socket being connected is closed.
+  // Any thread: `done` is not called from now on, except a call the loop
+  // had already begun, and a socket being connected is closed. So `done`
+  // must accept a socket for a link closed meanwhile (and close it).
   virtual void cancel() = 0;
   virtual ~Connector() = default;
 };

@@ -56,9 +56,9 @@ void listen(const StreamPair& pair, EventLog& log) {
 
 TEST(LinkStreams, ALinkOpensCarriesBytesBothWaysAndEnds) {
   LoopbackPrinter printer;
+  EventLog events;  // outlives the streams, which may still report
   auto pair = transport::connectSocketStreams("localhost", printer.port());
   EXPECT_EQ(pair.input->streamStatus(), StreamStatus::NotOpen);
-  EventLog events;
   listen(pair, events);
   ASSERT_TRUE(eventually([&] { return pair.output->streamStatus() == StreamStatus::Open; }));
   ASSERT_TRUE(eventually([&] { return events.saw(pair.output.get(), 4); }));
@@ -84,8 +84,8 @@ TEST(LinkStreams, ALinkOpensCarriesBytesBothWaysAndEnds) {
 }
 
 TEST(LinkStreams, ARefusedConnectionEndsInTheErrorStatus) {
-  auto pair = transport::connectSocketStreams("127.0.0.1", refusedPort());
   EventLog events;
+  auto pair = transport::connectSocketStreams("127.0.0.1", refusedPort());
   listen(pair, events);
   ASSERT_TRUE(eventually([&] { return events.saw(pair.input.get(), 8); }));
   EXPECT_EQ(pair.input->streamStatus(), StreamStatus::Error);
@@ -112,8 +112,8 @@ TEST(LinkStreams, OneWriteTakesOnlyWhatTheLinkAccepts) {
 
 TEST(LinkStreams, AStreamOpenedAfterThePrinterHungUpFailsToo) {
   LoopbackPrinter printer;
-  auto pair = transport::connectSocketStreams("127.0.0.1", printer.port());
   EventLog events;
+  auto pair = transport::connectSocketStreams("127.0.0.1", printer.port());
   for (const std::shared_ptr<Stream>& stream :
        {std::shared_ptr<Stream>(pair.input), std::shared_ptr<Stream>(pair.output)}) {
     stream->setDelegate(&events);
@@ -188,8 +188,8 @@ TEST(LinkStreams, ADeviceIsReadAndWrittenLikeASocket) {
   ::tcgetattr(device, &raw);
   ::cfmakeraw(&raw);
   ::tcsetattr(device, TCSANOW, &raw);
-  auto pair = transport::adoptDeviceStreams(device);
   EventLog events;
+  auto pair = transport::adoptDeviceStreams(device);
   listen(pair, events);
   ASSERT_TRUE(eventually([&] { return pair.output->streamStatus() == StreamStatus::Open; }));
   EXPECT_EQ(pair.output->write(viewOf("PRINT 1\r\n").data(), 9), 9);

@@ -35,16 +35,16 @@ bool parsed(std::string_view text, Number& number) {
 }
 
 template <typename Number>
-std::string printed(const std::string& spec, Number number) {
-  // The spec was checked by NumberFormat::parse: one conversion of this type.
+std::string printed(const std::string& format, Number number) {
+  // The format was checked by NumberFormat::parse: one conversion of this type.
   char small[128];
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
-  const int length = std::snprintf(small, sizeof small, spec.c_str(), number);
+  const int length = std::snprintf(small, sizeof small, format.c_str(), number);
   if (length < 0) throw std::invalid_argument("the number cannot be formatted");
   if (static_cast<std::size_t>(length) < sizeof small) return std::string(small, length);
   std::string large(static_cast<std::size_t>(length) + 1, '\0');
-  std::snprintf(large.data(), large.size(), spec.c_str(), number);
+  std::snprintf(large.data(), large.size(), format.c_str(), number);
 #pragma GCC diagnostic pop
   large.resize(static_cast<std::size_t>(length));
   return large;

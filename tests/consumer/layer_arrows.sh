@@ -2,15 +2,18 @@
 # Arrows run down only. The core (commands, encoder, raster, PDF pages,
 # links) and the platform backends know nothing of the doors above them:
 # no file there includes a header of the published session, the second
-# door, the batch layer or the composition root. Public headers of the
-# published door are named too, since including them is the same arrow.
+# door or the batch layer, and nothing but the runtime includes the
+# runtime. Public headers of the doors are named too, since including them
+# is the same arrow. The runtime itself sits below the doors.
 set -eu
 src="$1/src"
-lower="commands lzss raster pdf transport platform"
-upper='"(\.\./)+(session|printer|batch|runtime)/|<orvante/(session|session_fields|printer|delivery|batch|template|job_store|label)\.hpp>'
+lower="commands lzss raster pdf transport platform runtime"
+doors='"(\.\./)+(session|printer|batch)/|<orvante/(session|session_fields|printer|delivery|batch|template|job_store|label|version)\.hpp>'
 found=""
 for folder in $lower; do
-  hits=$(grep -rnE "#include +$upper" "$src/$folder" || true)
+  upper=$doors
+  [ "$folder" = runtime ] || upper="$doors|\"(\.\./)+runtime/"
+  hits=$(grep -rnE "#include +($upper)" "$src/$folder" || true)
   [ -n "$hits" ] && found="$found$hits
 "
 done

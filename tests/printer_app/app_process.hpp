@@ -79,21 +79,20 @@ class AppProcess {
                                   "-o", "state-file=" + (folder_ / "app.state").string(),
                                   "-o", "log-file=" + (folder_ / "app.log").string(),
                                   "-o", "log-level=debug"};
-    std::vector<char*> argv;
-    for (auto& arg : args) argv.push_back(arg.data());
-    argv.push_back(nullptr);
     std::vector<std::string> env{"TMPDIR=" + folder_.string(), "HOME=" + folder_.string(),
                                  "PATH=/usr/bin:/bin"};
     std::vector<char*> envp;
     for (auto& entry : env) envp.push_back(entry.data());
     envp.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, (folder_ / "stdout").c_str(),
-                                     O_WRONLY | O_CREAT | O_APPEND, 0644);
-    posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
-    EXPECT_EQ(posix_spawn(&pid_, argv[0], &actions, nullptr, argv.data(), envp.data()), 0);
-    posix_spawn_file_actions_destroy(&actions);
+    pid_ = spawnProcess(
+        std::move(args),
+        [&](posix_spawn_file_actions_t& actions) {
+          posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, (folder_ / "stdout").c_str(),
+                                           O_WRONLY | O_CREAT | O_APPEND, 0644);
+          posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
+        },
+        envp.data());
+    EXPECT_GT(pid_, 0);
     EXPECT_TRUE(eventuallyTrue([&] { return accepts(port_); })) << log();
   }
 

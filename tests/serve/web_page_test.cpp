@@ -6,7 +6,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -15,6 +14,7 @@
 #include <filesystem>
 
 #include "service_fixture.hpp"
+#include "spawn.hpp"
 
 extern char** environ;
 
@@ -62,17 +62,13 @@ class Browser {
                                   "--disable-component-update", "--disable-sync", "--remote-debugging-pipe",
                                   "--window-size=1280,900", "--user-data-dir=" + profile_.string(),
                                   "about:blank"};
-    std::vector<char*> argv;
-    for (auto& arg : args) argv.push_back(arg.data());
-    argv.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, toBrowser[0], 3);
-    posix_spawn_file_actions_adddup2(&actions, fromBrowser[1], 4);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-    EXPECT_EQ(posix_spawn(&pid_, kChromium, &actions, nullptr, argv.data(), environ), 0);
-    posix_spawn_file_actions_destroy(&actions);
+    pid_ = orvante::testing::spawnProcess(std::move(args), [&](posix_spawn_file_actions_t& actions) {
+      posix_spawn_file_actions_adddup2(&actions, toBrowser[0], 3);
+      posix_spawn_file_actions_adddup2(&actions, fromBrowser[1], 4);
+      posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+      posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+    });
+    EXPECT_GT(pid_, 0);
     close(toBrowser[0]);
     close(fromBrowser[1]);
     out_ = toBrowser[1];

@@ -4,7 +4,6 @@
 
 #include <fcntl.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -19,6 +18,8 @@
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "spawn.hpp"
 
 extern char** environ;
 
@@ -67,16 +68,12 @@ class PrinterProcess {
       args.insert(args.end(), {"--out", labels_.string()});
     }
     args.insert(args.end(), extra.begin(), extra.end());
-    std::vector<char*> argv;
-    for (auto& arg : args) argv.push_back(arg.data());
-    argv.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, control[0], STDIN_FILENO);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, (folder_ / "stdout").c_str(),
-                                     O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    EXPECT_EQ(posix_spawn(&pid_, argv[0], &actions, nullptr, argv.data(), environ), 0);
-    posix_spawn_file_actions_destroy(&actions);
+    pid_ = spawnProcess(std::move(args), [&](posix_spawn_file_actions_t& actions) {
+      posix_spawn_file_actions_adddup2(&actions, control[0], STDIN_FILENO);
+      posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, (folder_ / "stdout").c_str(),
+                                       O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    });
+    EXPECT_GT(pid_, 0);
     close(control[0]);
     EXPECT_TRUE(eventuallyTrue([&] { return fs::exists(folder_ / "port"); }));
     port_ = std::stoi(readFile(folder_ / "port"));

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
-#include <cstring>
 #include <mutex>
 #include <thread>
 
@@ -117,7 +116,7 @@ void BleLink::doStart() {
 std::size_t BleLink::doRead(std::span<std::uint8_t> buffer) {
   std::lock_guard lock(mutex_);
   const std::size_t count = std::min(buffer.size(), received_.size());
-  if (count != 0) std::memcpy(buffer.data(), received_.data(), count);
+  std::copy_n(received_.begin(), count, buffer.begin());
   received_.erase(received_.begin(), received_.begin() + static_cast<std::ptrdiff_t>(count));
   return count;
 }

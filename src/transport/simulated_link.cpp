@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cstring>
 #include <map>
 #include <mutex>
 #include <stdexcept>
@@ -59,7 +58,7 @@ class SimulatedLink final : public Link {
   std::size_t doRead(std::span<std::uint8_t> buffer) override {
     std::lock_guard lock(mutex_);
     const std::size_t count = std::min(buffer.size(), input_.size());
-    if (count != 0) std::memcpy(buffer.data(), input_.data(), count);
+    std::copy_n(input_.begin(), count, buffer.begin());
     input_.erase(input_.begin(), input_.begin() + static_cast<std::ptrdiff_t>(count));
     return count;
   }

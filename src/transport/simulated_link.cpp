@@ -96,13 +96,13 @@ class SimulatedLink final : public Link {
     return std::static_pointer_cast<SimulatedLink>(shared_from_this());
   }
 
-  // On the loop, in the order written.
+  // On the loop, in the order written. Bytes written before a close still
+  // reach the printer, as a socket's do; only its answer is dropped.
   void deliver(const Bytes& bytes) {
-    if (isClosed()) return;
     const auto end = end_.lock();
     if (!end) return ended();
     const Bytes answer = end->take(connection_, bytes);
-    if (answer.empty()) return;
+    if (answer.empty() || isClosed()) return;
     {
       std::lock_guard lock(mutex_);
       input_.insert(input_.end(), answer.begin(), answer.end());

@@ -1,16 +1,22 @@
-// Binary trees over the last 4095 positions, one for each hash of their
-// first three bytes, ordered by the 18 bytes that start at each position:
-// inserting a position walks down past its closest neighbours, which hold
-// the longest match. A position whose 18 bytes equal a node's takes that
-// node's place, as the node can no longer give anything longer.
+// For each hash of a position's first three bytes, the four newest
+// positions that had it, 16 bits each in one word: a lookup is one load and
+// the candidates are compared side by side, with no chain to follow. Beside
+// them, for each hash of all 18 bytes, the newest position that had them:
+// in periodic rows the newest few with the same three bytes are all the
+// near repeats, and only the whole 18 bytes lead back to the row that goes
+// on matching. Every comparison checks the bytes and every distance is
+// checked against the window, so an entry left over from long ago costs
+// only a worse candidate, never a wrong match. Away from the input's last
+// 32 bytes the comparisons take 16 bytes at a time and pick the longest
+// without branching on the bytes, which are too irregular for prediction
+// in dithered rasters.
 //
 // Label rasters are mostly runs of one byte and rows that repeat the row
-// above. Two cheap tries come before the trees: distance 1 and the distance
+// above. Two cheap tries come before the slots: distance 1 and the distance
 // that served the position before. When one gives 18 bytes, the repeat is
 // followed to its end at once: every position up to 18 before that end has
-// 18 bytes at the same distance, with no tree work. Those positions stay
-// out of the trees while the position that went in with the same bytes is
-// recent enough to stand for them.
+// 18 bytes at the same distance, with no lookup, and only one in 32 of them
+// goes into the slots.
 
 #include "longest_matches.hpp"
 
@@ -19,29 +25,29 @@
 #include <cstring>
 #include <vector>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "ring.hpp"
 
 namespace orvante::lzss {
 namespace {
 
-constexpr int kDepth = 48;  // nodes visited at most
-// A stretch position goes into the trees when the position that last went
-// in with the same 18 bytes is this far back, so that those bytes stay
-// within reach after it has left the window; one in kRefreshEvery does, as
-// its neighbours' matches one byte off serve nearly as well.
-constexpr std::uint32_t kRefresh = 2048;
-constexpr std::uint32_t kRefreshEvery = 4;
+constexpr int kWays = 4;  // positions kept for each hash
+constexpr std::size_t kStretchEvery = 32;  // stretch positions put in the slots
 // After this many positions without a match the input counts as
 // incompressible: the search thins out to one position in up to kSparsest
 // until it meets a match again, so random bytes cost little time (and lose
 // the few chance matches of three bytes they hold).
 constexpr std::size_t kPatience = 256;
 constexpr std::size_t kSparsest = 16;
-constexpr std::uint32_t kCyclic = 4096;  // tree slots, one per position
+constexpr std::uint32_t kCyclic = 4096;  // the window, and one more
 // Positions are kept as 32-bit numbers, which wrap on inputs of 4 GiB and
-// more; a node is used only when its distance back is 1 to 4095. An empty
-// link holds a position 2 GiB away, out of reach for the first 2 GiB of
-// input (past that, at worst a real position whose bytes are compared).
+// more; a source is used only when its distance back is 1 to 4095. An
+// empty entry holds a position 2 GiB away, out of reach for the first
+// 2 GiB of input (past that, at worst a real position whose bytes are
+// compared).
 constexpr std::uint32_t kEmpty = 0x80000000u;
 
 std::uint64_t load64(const std::uint8_t* at) {
@@ -66,6 +72,22 @@ std::uint64_t load64(const std::uint8_t* at) {
   int k = start;
   while (k < limit && from[k] == at[k]) ++k;
   return k;
+}
+
+// How many of the 18 bytes at `from` and `at` agree, without a branch.
+[[gnu::always_inline]] inline int agree18(const std::uint8_t* from, const std::uint8_t* at) {
+#if defined(__SSE2__)
+  const __m128i equal = _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(from)),
+                                       _mm_loadu_si128(reinterpret_cast<const __m128i*>(at)));
+  // Never zero: the mask has 16 bits.
+  const auto first = static_cast<unsigned>(__builtin_ctz(~static_cast<unsigned>(_mm_movemask_epi8(equal))));
+  const unsigned last = std::countr_zero(
+      static_cast<unsigned>(from[16] ^ at[16]) | static_cast<unsigned>(from[17] ^ at[17]) << 8 |
+      0x10000u) >> 3;
+  return static_cast<int>(first + (first >> 4) * last);
+#else
+  return agreeing(from, at, 0, kLongest, false);
+#endif
 }
 
 // How many bytes from `at` on, up to `limit`, equal the first. `wide`: 32
@@ -111,19 +133,18 @@ std::size_t repeatEnd(const std::uint8_t* in, std::size_t size, std::size_t posi
 
 }  // namespace
 
-struct LongestMatches::Tree {
-  explicit Tree(std::size_t inputSize)
+struct LongestMatches::Index {
+  explicit Index(std::size_t inputSize)
       : bits(std::clamp(static_cast<int>(std::bit_width(inputSize)), 8, 13)),
-        heads(std::size_t{1} << bits, kEmpty) {
-    std::fill(std::begin(holder), std::end(holder), kEmpty);
+        slots(std::size_t{1} << bits, 0), whole(std::size_t{1} << bits, kEmpty) {
     std::fill(&runs[0][0], &runs[0][0] + sizeof runs / sizeof runs[0][0], kEmpty);
   }
 
-  // The tree of a position that starts with `run` equal bytes: by its first
+  // The slot of a position that starts with `run` equal bytes: by its first
   // three bytes, or for a run of 2 or more by the byte, the run's length and
   // the byte that ends it. A match longer than the run can only come from a
   // position with the same run and end, so runs of one byte, common in
-  // rasters, do not crowd one tree.
+  // rasters, do not crowd one slot.
   std::uint32_t key(const std::uint8_t* at, int run, int limit) const {
     const std::uint32_t three =
         run == 1 ? at[0] | at[1] << 8 | at[2] << 16
@@ -132,67 +153,85 @@ struct LongestMatches::Tree {
     return (three * 2654435761u) >> (32 - bits);
   }
 
+  // Puts `position` first in its slot and returns the slot's positions
+  // before it, the newest in the low 16 bits.
+  std::uint64_t link(std::uint32_t slot, std::uint32_t position) {
+    const std::uint64_t newest = slots[slot];
+    slots[slot] = newest << 16 | (position & 0xFFFFu);
+    return newest;
+  }
+
+  // The slot in `whole` of the 18 bytes at `at`, of which 32 may be read.
+  std::uint32_t wholeKey(const std::uint8_t* at) const {
+    std::uint16_t last;
+    std::memcpy(&last, at + 16, sizeof last);
+    const std::uint64_t mixed = load64(at) * 0x9E3779B97F4A7C15u ^
+                                load64(at + 8) * 0xC2B2AE3D27D4EB4Fu ^ last * 0x165667B19E3779F9u;
+    return static_cast<std::uint32_t>(mixed >> (64 - bits));
+  }
+
+  // How far back a slot's 16-bit position lies from `position`: exact
+  // within 64 KiB, and at most `position` whatever the slot held.
+  static std::uint32_t backFrom(std::uint32_t position, std::uint64_t newest, int k) {
+    return (position - static_cast<std::uint32_t>(newest >> (16 * k))) & 0xFFFFu;
+  }
+
   // Inserts `position` (whose `limit` bytes may be read, 32 when `wide`,
   // and whose first `run` bytes are equal) and returns the longest match
-  // among the nodes, of length 0 if none.
+  // among the newest positions of its slot, of length 0 if none.
   std::pair<int, std::uint32_t> insert(const std::uint8_t* at, std::uint32_t position,
                                        int run, int limit, bool wide) {
     int best = 0;
     std::uint32_t distance = 0;
-    const std::uint32_t slot = key(at, run, limit);
-    std::uint32_t node = heads[slot];
-    heads[slot] = position;
-    holder[position & (kCyclic - 1)] = position;
-    // A node's pair: the subtree of smaller strings, then of larger.
-    std::uint32_t* own = &sons[(position & (kCyclic - 1)) * 2];
-    std::uint32_t* openSmaller = own;      // where the next smaller node met goes
-    std::uint32_t* openLarger = own + 1;   // and the next larger
-    int agreedSmaller = 0, agreedLarger = 0;
-    for (int depth = kDepth; depth > 0; --depth) {
-      const std::uint32_t back = position - node;
-      if (back - 1 >= kCyclic - 1) break;
-      std::uint32_t* pair = &sons[(node & (kCyclic - 1)) * 2];
-      const std::uint8_t* from = at - back;
-      const int agree = agreeing(from, at, std::min(agreedSmaller, agreedLarger), limit, wide);
+    const std::uint64_t newest = link(key(at, run, limit), position);
+    for (int k = 0; k < kWays && best < limit; ++k) {
+      const std::uint32_t back = backFrom(position, newest, k);
+      if (back - 1 >= kCyclic - 1) continue;
+      const int agree = agreeing(at - back, at, 0, limit, wide);
       distance = agree > best ? back : distance;
       best = std::max(best, agree);
-      if (agree == limit) {
-        *openSmaller = pair[0];
-        *openLarger = pair[1];
-        return {best, distance};
-      }
-      if (from[agree] < at[agree]) {
-        *openSmaller = node;
-        openSmaller = pair + 1;
-        agreedSmaller = agree;
-        node = pair[1];
-      } else {
-        *openLarger = node;
-        openLarger = pair;
-        agreedLarger = agree;
-        node = pair[0];
-      }
     }
-    *openSmaller = *openLarger = kEmpty;
     return {best, distance};
   }
 
-  // The holders of the stretch positions from `from` to `to`: each its
-  // source's, unless that one has grown old and the position goes into the
-  // trees itself. A run (distance 1) carries one holder along.
-  void holdStretch(const std::uint8_t* in, std::size_t size, std::size_t from, std::size_t to,
-                   std::uint32_t distance) {
-    std::uint32_t held = holder[(from - distance) & (kCyclic - 1)];
-    for (std::size_t k = from; k < to; ++k) {
+  // As `insert` for a position with at least 32 bytes from it on: the
+  // slot's positions are all compared, whatever they give, without a
+  // branch on the bytes.
+  std::pair<int, std::uint32_t> insertWide(const std::uint8_t* at, std::uint32_t position,
+                                           int run) {
+    int best = 0;
+    std::uint32_t distance = 0;
+    const std::uint64_t newest = link(key(at, run, kLongest), position);
+    {
+      std::uint32_t& same = whole[wholeKey(at)];
+      const std::uint32_t back = position - same;
+      same = position;
+      const std::uint32_t reach = 0u - static_cast<std::uint32_t>(back - 1 < kCyclic - 1);
+      best = agree18(at - (back & reach), at) & static_cast<int>(reach);
+      distance = back;
+    }
+#pragma GCC unroll 4
+    for (int k = 0; k < kWays; ++k) {
+      const std::uint32_t back = backFrom(position, newest, k);
+      const std::uint32_t reach = 0u - static_cast<std::uint32_t>(back - 1 < kCyclic - 1);
+      const int length = agree18(at - (back & reach), at) & static_cast<int>(reach);
+      const std::uint32_t better = 0u - static_cast<std::uint32_t>(length > best);
+      distance = (back & better) | (distance & ~better);
+      best = std::max(best, length);
+    }
+    return {best, distance};
+  }
+
+  // Puts one in kStretchEvery of the stretch positions from `from` to `to`
+  // in the slots, so that their bytes stay within reach once their sources
+  // have left the window; the others are reached one to a few bytes off.
+  void linkStretch(const std::uint8_t* in, std::size_t size, std::size_t from, std::size_t to) {
+    for (std::size_t k = (from + kStretchEvery - 1) / kStretchEvery * kStretchEvery; k < to;
+         k += kStretchEvery) {
       const auto position = static_cast<std::uint32_t>(k);
-      if (distance != 1) held = holder[(position - distance) & (kCyclic - 1)];
-      if (position - held >= kRefresh && position % kRefreshEvery == 0) {
-        const bool wide = size - k >= 32;
-        insert(in + k, position, runAt(in + k, kLongest, wide), kLongest, wide);
-        held = position;
-      } else {
-        holder[position & (kCyclic - 1)] = held;
-      }
+      const bool wide = size - k >= 32;
+      link(key(in + k, runAt(in + k, kLongest, wide), kLongest), position);
+      if (wide) whole[wholeKey(in + k)] = position;
     }
   }
 
@@ -220,17 +259,16 @@ struct LongestMatches::Tree {
   }
 
   int bits;
-  std::vector<std::uint32_t> heads;
+  // For each hash, the newest kWays positions that went in with it, 16
+  // bits each.
+  std::vector<std::uint64_t> slots;
+  // For each hash of 18 bytes, the newest position that had them.
+  std::vector<std::uint32_t> whole;
   std::uint32_t runs[256][kLongest - kCodedFrom + 1];
-  std::uint32_t sons[2 * kCyclic];
-  // For each of the last 4096 positions, the one in the trees that starts
-  // with the same 18 bytes: itself, or for a stretch position what its
-  // source had.
-  std::uint32_t holder[kCyclic];
 };
 
 LongestMatches::LongestMatches(ByteView input)
-    : input_(input), tree_(std::make_unique<Tree>(input.size())) {}
+    : input_(input), index_(std::make_unique<Index>(input.size())) {}
 
 LongestMatches::~LongestMatches() = default;
 
@@ -239,7 +277,7 @@ void LongestMatches::find(std::size_t from, std::size_t to, std::uint8_t* length
   // Kept in locals: the byte stores below may alias any member.
   const std::uint8_t* in = input_.data();
   const std::size_t size = input_.size();
-  Tree& tree = *tree_;
+  Index& index = *index_;
   std::size_t stretchEnd = stretchEnd_;
   std::uint32_t stretchDistance = stretchDistance_;
   int lastLength = lastLength_;
@@ -250,11 +288,10 @@ void LongestMatches::find(std::size_t from, std::size_t to, std::uint8_t* length
   while (i < to) {
     if (misses > kPatience) {
       // Incompressible so far: positions are searched ever more sparsely,
-      // the others go into no tree, until a match is met again.
+      // the others go into no slot, until a match is met again.
       const std::size_t step = std::min(kSparsest, (misses - kPatience) / 32 + 1);
       const std::size_t stop = std::min(to, i + step - 1);
       std::memset(lengths + (i - from), 0, stop - i);
-      for (std::size_t k = i; k < stop; ++k) tree.holder[k & (kCyclic - 1)] = kEmpty;
       misses += stop - i;
       lastLength = 0;
       i = stop;
@@ -262,8 +299,8 @@ void LongestMatches::find(std::size_t from, std::size_t to, std::uint8_t* length
     }
     if (i + kLongest <= stretchEnd) {
       const std::size_t stop = std::min(to, stretchEnd - kLongest + 1);
-      tree.holdStretch(in, size, i, stop, stretchDistance);
-      if (stretchDistance == 1) tree.runStarts(in[i], kLongest, static_cast<std::uint32_t>(stop - 1));
+      index.linkStretch(in, size, i, stop);
+      if (stretchDistance == 1) index.runStarts(in[i], kLongest, static_cast<std::uint32_t>(stop - 1));
       std::memset(lengths + (i - from), kLongest, stop - i);
       fill16(distances + (i - from), stop - i, static_cast<std::uint16_t>(stretchDistance));
       lastLength = kLongest;
@@ -272,23 +309,51 @@ void LongestMatches::find(std::size_t from, std::size_t to, std::uint8_t* length
       i = stop;
       continue;
     }
-    const int limit = static_cast<int>(std::min<std::size_t>(kLongest, size - i));
+    const auto position = static_cast<std::uint32_t>(i);
     int best = 0;
     std::uint32_t distance = 0;
-    if (limit >= kCodedFrom) {
+    if (i > 0 && size - i >= 32) {
+      const std::uint8_t* at = in + i;
+      const int run = runAt(at, kLongest, true);
+      best = in[i - 1] == at[0] ? run : 0;  // the run, from the byte before
+      distance = 1;
+      if (best == 0 && run >= kCodedFrom) {
+        const std::uint32_t source = index.runSource(at[0], run, position);
+        if (source != position) {
+          best = agree18(in + source, at);
+          distance = position - source;
+        }
+        index.runStarts(at[0], run, position);
+      }
+      const std::uint32_t last = lastDistance ? lastDistance : 1;
+      const int again = agree18(at - last, at);
+      distance = again > best ? last : distance;
+      best = std::max(best, again);
+      if (best == kLongest) {
+        stretchEnd = repeatEnd(in, size, i + kLongest, distance);
+        stretchDistance = distance;
+        continue;
+      }
+      // The slot two positions on, as most positions start no run, is
+      // fetched while this one's candidates are compared.
+      __builtin_prefetch(&index.slots[index.key(at + 2, 1, kLongest)]);
+      const auto [found, back] = index.insertWide(at, position, run);
+      distance = found > best ? back : distance;
+      best = std::max(best, found);
+    } else if (const int limit = static_cast<int>(std::min<std::size_t>(kLongest, size - i));
+               limit >= kCodedFrom) {
       const bool wide = size - i >= 32;
       const int run = runAt(in + i, limit, wide);
-      const auto position = static_cast<std::uint32_t>(i);
       if (i > 0 && in[i - 1] == in[i]) {
-        best = run;  // the run, from the byte before
+        best = run;
         distance = 1;
       } else if (run >= kCodedFrom) {
-        const std::uint32_t source = tree.runSource(in[i], run, position);
+        const std::uint32_t source = index.runSource(in[i], run, position);
         if (source != position) {
           best = agreeing(in + source, in + i, 0, limit, wide);
           distance = position - source;
         }
-        tree.runStarts(in[i], run, position);
+        index.runStarts(in[i], run, position);
       }
       if (lastLength >= kCodedFrom && lastDistance != 1 && best < limit) {
         const int agree = agreeing(in + i - lastDistance, in + i, 0, limit, wide);
@@ -302,7 +367,7 @@ void LongestMatches::find(std::size_t from, std::size_t to, std::uint8_t* length
         stretchDistance = distance;
         continue;
       }
-      const auto [found, back] = tree.insert(in + i, position, run, limit, wide);
+      const auto [found, back] = index.insert(in + i, position, run, limit, wide);
       if (found > best) {
         best = found;
         distance = back;

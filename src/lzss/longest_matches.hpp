@@ -22,9 +22,9 @@ class LongestMatches {
   void find(std::size_t from, std::size_t to, std::uint8_t* lengths, std::uint16_t* distances);
 
  private:
-  struct Tree;
+  struct Index;
   ByteView input_;
-  std::unique_ptr<Tree> tree_;
+  std::unique_ptr<Index> index_;
   // A stretch: from the position before `stretchEnd_ - 17` back, every
   // position has 18 bytes at `stretchDistance_`.
   std::size_t stretchEnd_ = 0;

@@ -67,21 +67,20 @@ std::uint8_t reverseBits(unsigned byte) {
         pixels, _mm_or_si128(lift, _mm_or_si128(_mm_slli_epi32(lift, 8), _mm_slli_epi32(lift, 16))));
   }
   const __m128i low = _mm_set1_epi32(0xFF);
-  const __m128i channels[3] = {_mm_and_si128(pixels, low),
-                               _mm_and_si128(_mm_srli_epi32(pixels, 8), low),
-                               _mm_and_si128(_mm_srli_epi32(pixels, 16), low)};
-  const __m128d weights[3] = {_mm_set1_pd(0.299), _mm_set1_pd(0.587), _mm_set1_pd(0.114)};
-  unsigned light = 0;
-  for (int half = 0; half < 2; ++half) {
-    __m128d grey = _mm_setzero_pd();
-    for (int c = 0; c < 3; ++c) {
-      const __m128d value = _mm_cvtepi32_pd(half ? _mm_srli_si128(channels[c], 8) : channels[c]);
-      const __m128d term = _mm_mul_pd(value, weights[c]);
-      grey = c == 0 ? term : _mm_add_pd(grey, term);
-    }
-    light |= static_cast<unsigned>(_mm_movemask_pd(_mm_cmpge_pd(grey, threshold))) << (2 * half);
-  }
-  return light;
+  const __m128i red = _mm_and_si128(pixels, low);
+  const __m128i green = _mm_and_si128(_mm_srli_epi32(pixels, 8), low);
+  const __m128i blue = _mm_and_si128(_mm_srli_epi32(pixels, 16), low);
+  // ((r * 0.299 + g * 0.587) + b * 0.114) for pixels 0 and 1, then 2 and 3.
+  auto grey = [](__m128i r, __m128i g, __m128i b) {
+    return _mm_add_pd(_mm_add_pd(_mm_mul_pd(_mm_cvtepi32_pd(r), _mm_set1_pd(0.299)),
+                                 _mm_mul_pd(_mm_cvtepi32_pd(g), _mm_set1_pd(0.587))),
+                      _mm_mul_pd(_mm_cvtepi32_pd(b), _mm_set1_pd(0.114)));
+  };
+  const __m128d first = grey(red, green, blue);
+  const __m128d second =
+      grey(_mm_srli_si128(red, 8), _mm_srli_si128(green, 8), _mm_srli_si128(blue, 8));
+  return static_cast<unsigned>(_mm_movemask_pd(_mm_cmpge_pd(first, threshold))) |
+         static_cast<unsigned>(_mm_movemask_pd(_mm_cmpge_pd(second, threshold))) << 2;
 }
 #endif
 

@@ -6,6 +6,7 @@
 #include <cmath>
 
 #include "raster/dither.hpp"
+#include "raster/raster_formats.hpp"
 
 using namespace orvante;
 
@@ -88,4 +89,28 @@ TEST(Dither, EdgeAwareKeepsABarcodeExactInsideAPhoto) {
   const double share = darkShare(raster, 84, 160, 40);
   EXPECT_GT(share, 0.2);
   EXPECT_LT(share, 0.8);
+}
+
+TEST(Threshold, EveryPixelOfAGroupOfEightIsWeighedAsOneAlone) {
+  // Colours on both sides of the boundary, and premultiplied pixels that
+  // the white fill lifts, eight to a byte and one over.
+  const std::uint8_t colours[][4] = {{4, 210, 31, 255},   {128, 128, 128, 255}, {255, 255, 255, 255},
+                                     {0, 0, 0, 255},      {0, 0, 0, 0},         {60, 60, 60, 128},
+                                     {127, 128, 129, 200}, {200, 10, 90, 255},  {3, 250, 40, 7}};
+  const int width = 17, height = 9;
+  Bytes rgba(static_cast<std::size_t>(width) * height * 4);
+  for (int i = 0; i < width * height; ++i) std::copy_n(colours[(i * 7) % 9], 4, &rgba[i * 4]);
+  const Image image(width, height, Bytes(rgba));
+  for (const bool fill : {true, false}) {
+    for (const double threshold : {128.0, 100.5, 0.0}) {
+      const auto raster = raster::thresholdRaster(image, fill, threshold);
+      for (int i = 0; i < width * height; ++i) {
+        const std::uint8_t* p = &rgba[i * 4];
+        const int lift = fill ? 255 - p[3] : 0;
+        auto channel = [&](int c) { return std::min(255, p[c] + lift); };
+        const bool light = channel(0) * 0.299 + channel(1) * 0.587 + channel(2) * 0.114 >= threshold;
+        EXPECT_EQ(!dark(raster, i % width, i / width), light) << i << " " << fill << " " << threshold;
+      }
+    }
+  }
 }

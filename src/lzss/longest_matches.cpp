@@ -74,21 +74,40 @@ std::uint64_t load64(const std::uint8_t* at) {
   return k;
 }
 
-// How many of the 18 bytes at `from` and `at` agree, without a branch.
-[[gnu::always_inline]] inline int agree18(const std::uint8_t* from, const std::uint8_t* at) {
+// The 18 bytes at a position, loaded once for comparing with several
+// candidates. 32 bytes may be read from `at` on.
+struct Eighteen {
 #if defined(__SSE2__)
-  const __m128i equal = _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(from)),
-                                       _mm_loadu_si128(reinterpret_cast<const __m128i*>(at)));
-  // Never zero: the mask has 16 bits.
-  const auto first = static_cast<unsigned>(__builtin_ctz(~static_cast<unsigned>(_mm_movemask_epi8(equal))));
-  const unsigned last = std::countr_zero(
-      static_cast<unsigned>(from[16] ^ at[16]) | static_cast<unsigned>(from[17] ^ at[17]) << 8 |
-      0x10000u) >> 3;
-  return static_cast<int>(first + (first >> 4) * last);
+  explicit Eighteen(const std::uint8_t* at)
+      : head(_mm_loadu_si128(reinterpret_cast<const __m128i*>(at))), tail(load16(at + 16)) {}
+  __m128i head;
 #else
-  return agreeing(from, at, 0, kLongest, false);
+  explicit Eighteen(const std::uint8_t* at) : at(at), tail(0) {}
+  const std::uint8_t* at;
 #endif
-}
+  std::uint32_t tail;
+
+  static std::uint32_t load16(const std::uint8_t* at) {
+    std::uint16_t half;
+    std::memcpy(&half, at, sizeof half);
+    return half;
+  }
+
+  // How many of them the bytes at `from` agree with, without a branch.
+  [[gnu::always_inline]] int agree(const std::uint8_t* from) const {
+#if defined(__SSE2__)
+    const __m128i equal =
+        _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(from)), head);
+    // Never zero: the mask has 16 bits.
+    const auto first =
+        static_cast<unsigned>(__builtin_ctz(~static_cast<unsigned>(_mm_movemask_epi8(equal))));
+    const auto last = static_cast<unsigned>(__builtin_ctz((load16(from + 16) ^ tail) | 0x10000u)) >> 3;
+    return static_cast<int>(first + (first >> 4) * last);
+#else
+    return agreeing(from, at, 0, kLongest, false);
+#endif
+  }
+};
 
 // How many bytes from `at` on, up to `limit`, equal the first. `wide`: 32
 // bytes may be read.
@@ -197,8 +216,8 @@ struct LongestMatches::Index {
   // As `insert` for a position with at least 32 bytes from it on: the
   // slot's positions are all compared, whatever they give, without a
   // branch on the bytes.
-  std::pair<int, std::uint32_t> insertWide(const std::uint8_t* at, std::uint32_t position,
-                                           int run) {
+  std::pair<int, std::uint32_t> insertWide(const std::uint8_t* at, const Eighteen& here,
+                                           std::uint32_t position, int run) {
     int best = 0;
     std::uint32_t distance = 0;
     const std::uint64_t newest = link(key(at, run, kLongest), position);
@@ -207,14 +226,14 @@ struct LongestMatches::Index {
       const std::uint32_t back = position - same;
       same = position;
       const std::uint32_t reach = 0u - static_cast<std::uint32_t>(back - 1 < kCyclic - 1);
-      best = agree18(at - (back & reach), at) & static_cast<int>(reach);
+      best = here.agree(at - (back & reach)) & static_cast<int>(reach);
       distance = back;
     }
 #pragma GCC unroll 4
     for (int k = 0; k < kWays; ++k) {
       const std::uint32_t back = backFrom(position, newest, k);
       const std::uint32_t reach = 0u - static_cast<std::uint32_t>(back - 1 < kCyclic - 1);
-      const int length = agree18(at - (back & reach), at) & static_cast<int>(reach);
+      const int length = here.agree(at - (back & reach)) & static_cast<int>(reach);
       const std::uint32_t better = 0u - static_cast<std::uint32_t>(length > best);
       distance = (back & better) | (distance & ~better);
       best = std::max(best, length);
@@ -314,19 +333,20 @@ void LongestMatches::find(std::size_t from, std::size_t to, std::uint8_t* length
     std::uint32_t distance = 0;
     if (i > 0 && size - i >= 32) {
       const std::uint8_t* at = in + i;
+      const Eighteen here(at);
       const int run = runAt(at, kLongest, true);
       best = in[i - 1] == at[0] ? run : 0;  // the run, from the byte before
       distance = 1;
       if (best == 0 && run >= kCodedFrom) {
         const std::uint32_t source = index.runSource(at[0], run, position);
         if (source != position) {
-          best = agree18(in + source, at);
+          best = here.agree(in + source);
           distance = position - source;
         }
         index.runStarts(at[0], run, position);
       }
       const std::uint32_t last = lastDistance ? lastDistance : 1;
-      const int again = agree18(at - last, at);
+      const int again = here.agree(at - last);
       distance = again > best ? last : distance;
       best = std::max(best, again);
       if (best == kLongest) {
@@ -337,7 +357,7 @@ void LongestMatches::find(std::size_t from, std::size_t to, std::uint8_t* length
       // The slot two positions on, as most positions start no run, is
       // fetched while this one's candidates are compared.
       __builtin_prefetch(&index.slots[index.key(at + 2, 1, kLongest)]);
-      const auto [found, back] = index.insertWide(at, position, run);
+      const auto [found, back] = index.insertWide(at, here, position, run);
       distance = found > best ? back : distance;
       best = std::max(best, found);
     } else if (const int limit = static_cast<int>(std::min<std::size_t>(kLongest, size - i));

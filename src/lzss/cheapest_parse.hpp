@@ -39,9 +39,19 @@ inline void chooseCheapest(std::size_t size, const std::uint8_t* longest, std::u
   for (std::size_t i = size; i-- > 0;) {
     full = longest[i] == kLongest ? full + 1 : 0;
     if (full > 2 * kLongest) {
-      bits[i] = bits[i + kLongest] + kMatchBits;
-      taken[i] = kLongest;
+      // The rest of the run down to its first position at once. Only its
+      // first 18 positions' bits can be asked for, by positions before it:
+      // each is that of a position 18 k on, past the rest, and 17 k more.
+      std::size_t first = i;
+      while (first > 0 && longest[first - 1] == kLongest) --first;
+      std::fill(taken + first, taken + i + 1, std::uint8_t{kLongest});
+      for (std::size_t at = first; at <= i && at < first + kLongest; ++at) {
+        const std::size_t steps = (i - at) / kLongest + 1;
+        bits[at] = bits[at + steps * kLongest] + static_cast<std::uint32_t>(steps) * kMatchBits;
+      }
+      full = 0;
       stale = true;
+      i = first;
       continue;
     }
     const std::size_t reach = i + std::min<std::size_t>(longest[i], size - i);

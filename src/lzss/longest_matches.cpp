@@ -36,6 +36,7 @@ namespace {
 
 constexpr int kWays = 4;  // positions kept for each hash
 constexpr std::size_t kStretchEvery = 32;  // stretch positions put in the slots
+constexpr int kKnownEnough = 12;  // a match this long spares the slot's compares
 // After this many positions without a match the input counts as
 // incompressible: the search thins out to one position in up to kSparsest
 // until it meets a match again, so random bytes cost little time (and lose
@@ -213,11 +214,12 @@ struct LongestMatches::Index {
     return {best, distance};
   }
 
-  // As `insert` for a position with at least 32 bytes from it on: the
-  // slot's positions are all compared, whatever they give, without a
-  // branch on the bytes.
+  // As `insert` for a position with at least 32 bytes from it on and a
+  // match of `known` bytes found already: first the newest position with
+  // the same 18 bytes, then the slot's positions, all compared whatever
+  // they give, without a branch on the bytes.
   std::pair<int, std::uint32_t> insertWide(const std::uint8_t* at, const Eighteen& here,
-                                           std::uint32_t position, int run) {
+                                           std::uint32_t position, int run, int known) {
     int best = 0;
     std::uint32_t distance = 0;
     const std::uint64_t newest = link(key(at, run, kLongest), position);
@@ -229,6 +231,9 @@ struct LongestMatches::Index {
       best = here.agree(at - (back & reach)) & static_cast<int>(reach);
       distance = back;
     }
+    // With 12 bytes or more known at the distance before (most often near
+    // the end of a stretch), only a whole 18 is worth the lookup.
+    if (known >= kKnownEnough) return {best, distance};
 #pragma GCC unroll 4
     for (int k = 0; k < kWays; ++k) {
       const std::uint32_t back = backFrom(position, newest, k);
@@ -357,7 +362,7 @@ void LongestMatches::find(std::size_t from, std::size_t to, std::uint8_t* length
       // The slot two positions on, as most positions start no run, is
       // fetched while this one's candidates are compared.
       __builtin_prefetch(&index.slots[index.key(at + 2, 1, kLongest)]);
-      const auto [found, back] = index.insertWide(at, here, position, run);
+      const auto [found, back] = index.insertWide(at, here, position, run, best);
       distance = found > best ? back : distance;
       best = std::max(best, found);
     } else if (const int limit = static_cast<int>(std::min<std::size_t>(kLongest, size - i));

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "ring.hpp"
 
@@ -43,6 +44,11 @@ inline void chooseCheapest(std::size_t size, const std::uint8_t* longest, std::u
       // first 18 positions' bits can be asked for, by positions before it:
       // each is that of a position 18 k on, past the rest, and 17 k more.
       std::size_t first = i;
+      constexpr std::uint64_t kAllLongest = 0x0101010101010101u * kLongest;
+      for (std::uint64_t word; first >= 8; first -= 8) {
+        std::memcpy(&word, longest + first - 8, sizeof word);
+        if (word != kAllLongest) break;
+      }
       while (first > 0 && longest[first - 1] == kLongest) --first;
       std::fill(taken + first, taken + i + 1, std::uint8_t{kLongest});
       for (std::size_t at = first; at <= i && at < first + kLongest; ++at) {

@@ -155,8 +155,10 @@ std::size_t repeatEnd(const std::uint8_t* in, std::size_t size, std::size_t posi
 
 struct LongestMatches::Index {
   explicit Index(std::size_t inputSize)
-      : bits(std::clamp(static_cast<int>(std::bit_width(inputSize)), 8, 13)),
-        slots(std::size_t{1} << bits, 0), whole(std::size_t{1} << bits, kEmpty) {
+      : bits(std::clamp(static_cast<int>(std::bit_width(inputSize)), 8, 15)),
+        wholeBits(std::min(bits, 13)),
+        slots(std::size_t{1} << bits, 0),
+        whole(std::size_t{1} << wholeBits, kEmpty) {
     std::fill(&runs[0][0], &runs[0][0] + sizeof runs / sizeof runs[0][0], kEmpty);
   }
 
@@ -187,7 +189,7 @@ struct LongestMatches::Index {
     std::memcpy(&last, at + 16, sizeof last);
     const std::uint64_t mixed = load64(at) * 0x9E3779B97F4A7C15u ^
                                 load64(at + 8) * 0xC2B2AE3D27D4EB4Fu ^ last * 0x165667B19E3779F9u;
-    return static_cast<std::uint32_t>(mixed >> (64 - bits));
+    return static_cast<std::uint32_t>(mixed >> (64 - wholeBits));
   }
 
   // How far back a slot's 16-bit position lies from `position`: exact
@@ -246,6 +248,10 @@ struct LongestMatches::Index {
       const std::uint32_t better = 0u - static_cast<std::uint32_t>(length > best);
       distance = (back & better) | (distance & ~better);
       best = std::max(best, length);
+      // With the slots far more than the keys in the window, a newest
+      // position that does not share the three bytes means the slot holds
+      // another key: most positions of a dithered raster stop here.
+      if (k == 0 && length < kCodedFrom) break;
     }
     return {best, distance};
   }
@@ -286,7 +292,7 @@ struct LongestMatches::Index {
     return position;
   }
 
-  int bits;
+  int bits, wholeBits;
   // For each hash, the newest kWays positions that went in with it, 16
   // bits each.
   std::vector<std::uint64_t> slots;

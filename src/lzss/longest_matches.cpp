@@ -225,17 +225,15 @@ struct LongestMatches::Index {
     int best = 0;
     std::uint32_t distance = 0;
     const std::uint64_t newest = link(key(at, run, kLongest), position);
-    {
+    // Where not even three bytes repeat at the distance before, as in
+    // dithered areas, a whole 18 is rare: it is neither looked for nor kept.
+    if (known >= kCodedFrom) {
       std::uint32_t& same = whole[wholeKey(at)];
       const std::uint32_t back = position - same;
       same = position;
-      // Where not even three bytes repeat at the distance before, as in
-      // dithered areas, a whole 18 is rare and not looked for.
-      if (known >= kCodedFrom) {
-        const std::uint32_t reach = 0u - static_cast<std::uint32_t>(back - 1 < kCyclic - 1);
-        best = here.agree(at - (back & reach)) & static_cast<int>(reach);
-        distance = back;
-      }
+      const std::uint32_t reach = 0u - static_cast<std::uint32_t>(back - 1 < kCyclic - 1);
+      best = here.agree(at - (back & reach)) & static_cast<int>(reach);
+      distance = back;
     }
     // With 12 bytes or more known at the distance before (most often near
     // the end of a stretch), only a whole 18 is worth the lookup.

@@ -4,7 +4,9 @@
 // them, for each hash of all 18 bytes, the newest position that had them:
 // in periodic rows the newest few with the same three bytes are all the
 // near repeats, and only the whole 18 bytes lead back to the row that goes
-// on matching. Every comparison checks the bytes and every distance is
+// on matching. And where all four share the three bytes and none goes far,
+// as in rows of few distinct bytes, the position is also kept and looked up
+// by five bytes. Every comparison checks the bytes and every distance is
 // checked against the window, so an entry left over from long ago costs
 // only a worse candidate, never a wrong match. Away from the input's last
 // 32 bytes the comparisons take 16 bytes at a time and pick the longest
@@ -37,6 +39,9 @@ namespace {
 constexpr int kWays = 4;  // positions kept for each hash
 constexpr std::size_t kStretchEvery = 32;  // stretch positions put in the slots
 constexpr int kKnownEnough = 12;  // a match this long spares the slot's compares
+// Where all of a slot's positions share the three bytes and give less than
+// this, the position is looked up by five bytes as well.
+constexpr int kCrowdedBelow = 6;
 // After this many positions without a match the input counts as
 // incompressible: the search thins out to one position in up to kSparsest
 // until it meets a match again, so random bytes cost little time (and lose
@@ -158,7 +163,8 @@ struct LongestMatches::Index {
       : bits(std::clamp(static_cast<int>(std::bit_width(inputSize)), 8, 15)),
         wholeBits(std::min(bits, 13)),
         slots(std::size_t{1} << bits, 0),
-        whole(std::size_t{1} << wholeBits, kEmpty) {
+        whole(std::size_t{1} << wholeBits, kEmpty),
+        crowded(std::size_t{1} << wholeBits, 0) {
     std::fill(&runs[0][0], &runs[0][0] + sizeof runs / sizeof runs[0][0], kEmpty);
   }
 
@@ -175,12 +181,22 @@ struct LongestMatches::Index {
     return (three * 2654435761u) >> (32 - bits);
   }
 
-  // Puts `position` first in its slot and returns the slot's positions
-  // before it, the newest in the low 16 bits.
-  std::uint64_t link(std::uint32_t slot, std::uint32_t position) {
-    const std::uint64_t newest = slots[slot];
-    slots[slot] = newest << 16 | (position & 0xFFFFu);
+  // Puts `position` first in its slot of `table` and returns the slot's
+  // positions before it, the newest in the low 16 bits.
+  static std::uint64_t link(std::vector<std::uint64_t>& table, std::uint32_t slot,
+                            std::uint32_t position) {
+    const std::uint64_t newest = table[slot];
+    table[slot] = newest << 16 | (position & 0xFFFFu);
     return newest;
+  }
+  std::uint64_t link(std::uint32_t slot, std::uint32_t position) {
+    return link(slots, slot, position);
+  }
+
+  // The slot in `crowded` of the five bytes at `at`, of which 32 may be
+  // read.
+  std::uint32_t crowdedKey(const std::uint8_t* at) const {
+    return static_cast<std::uint32_t>((load64(at) << 24) * 0x9E3779B97F4A7C15u >> (64 - wholeBits));
   }
 
   // The slot in `whole` of the 18 bytes at `at`, of which 32 may be read.
@@ -225,6 +241,7 @@ struct LongestMatches::Index {
     int best = 0;
     std::uint32_t distance = 0;
     const std::uint64_t newest = link(key(at, run, kLongest), position);
+    int shared = kLongest;  // the least any of the four gave
     // Where not even three bytes repeat at the distance before, as in
     // dithered areas, a whole 18 is rare: it is neither looked for nor kept.
     if (known >= kCodedFrom) {
@@ -246,10 +263,27 @@ struct LongestMatches::Index {
       const std::uint32_t better = 0u - static_cast<std::uint32_t>(length > best);
       distance = (back & better) | (distance & ~better);
       best = std::max(best, length);
+      shared = std::min(shared, length);
       // With the slots far more than the keys in the window, a newest
       // position that does not share the three bytes means the slot holds
       // another key: most positions of a dithered raster stop here.
       if (k == 0 && length < kCodedFrom) break;
+    }
+    if (shared >= kCodedFrom && best < kCrowdedBelow) {
+      // Crowded: all four shared the three bytes and none went far, as in
+      // rows of few distinct bytes, where the four newest of dozens are
+      // seldom the best. Such positions have slots of their own, by five
+      // bytes.
+      const std::uint64_t sharing = link(crowded, crowdedKey(at), position);
+#pragma GCC unroll 4
+      for (int k = 0; k < kWays; ++k) {
+        const std::uint32_t back = backFrom(position, sharing, k);
+        const std::uint32_t reach = 0u - static_cast<std::uint32_t>(back - 1 < kCyclic - 1);
+        const int length = here.agree(at - (back & reach)) & static_cast<int>(reach);
+        const std::uint32_t better = 0u - static_cast<std::uint32_t>(length > best);
+        distance = (back & better) | (distance & ~better);
+        best = std::max(best, length);
+      }
     }
     return {best, distance};
   }
@@ -296,6 +330,9 @@ struct LongestMatches::Index {
   std::vector<std::uint64_t> slots;
   // For each hash of 18 bytes, the newest position that had them.
   std::vector<std::uint32_t> whole;
+  // For each hash of five bytes, the newest kWays crowded positions that
+  // had them.
+  std::vector<std::uint64_t> crowded;
   std::uint32_t runs[256][kLongest - kCodedFrom + 1];
 };
 

@@ -125,6 +125,24 @@ Bytes ditheredPhoto(int dpi) {
   return Bytes(command.end() - 2 - static_cast<long>(size), command.end() - 2);
 }
 
+// Dense small print, as a parts list in a tiny font: glyph cells of
+// 4 x 3-dot blocks, eight block rows to a text line, so every dot row is
+// drawn three times and a row's bytes come from four values.
+Bytes densePrint(int dpi) {
+  const int bytesPerRow = (4 * dpi + 7) / 8, rows = 6 * dpi;
+  Bytes bytes(std::size_t(bytesPerRow) * rows, 0xFF);
+  std::mt19937 rng(46);
+  const std::uint8_t blocks[] = {0xFF, 0x0F, 0xF0, 0x00};
+  for (int row = 40; row + 3 <= rows - 40; row += 3) {
+    if ((row - 40) % 27 == 24) continue;  // the space between text lines
+    for (int column = 2; column < bytesPerRow - 2; ++column) {
+      const std::uint8_t block = blocks[rng() % 4];
+      for (int copy = 0; copy < 3; ++copy) bytes[std::size_t(row + copy) * bytesPerRow + column] = block;
+    }
+  }
+  return bytes;
+}
+
 Bytes blankLabel(int dpi) {
   return Bytes(std::size_t((4 * dpi + 7) / 8) * 6 * dpi, 0xFF);
 }
@@ -200,6 +218,7 @@ int main(int argc, char** argv) {
   for (int dpi : {203, 300}) {
     makers.push_back({"photo_" + std::to_string(dpi) + "dpi", [dpi] { return ditheredPhoto(dpi); }});
     makers.push_back({"blank_" + std::to_string(dpi) + "dpi", [dpi] { return blankLabel(dpi); }});
+    makers.push_back({"print_" + std::to_string(dpi) + "dpi", [dpi] { return densePrint(dpi); }});
   }
   for (std::size_t kib : {16, 128, 1024}) {
     makers.push_back({"random_" + std::to_string(kib) + "KiB", [kib] { return randomBytes(kib << 10); }});

@@ -159,12 +159,15 @@ std::size_t repeatEnd(const std::uint8_t* in, std::size_t size, std::size_t posi
 }  // namespace
 
 struct LongestMatches::Index {
-  explicit Index(std::size_t inputSize)
-      : bits(std::clamp(static_cast<int>(std::bit_width(inputSize)), 8, 15)),
-        wholeBits(std::min(bits, 13)),
-        slots(std::size_t{1} << bits, 0),
-        whole(std::size_t{1} << wholeBits, kEmpty),
-        crowded(std::size_t{1} << wholeBits, 0) {
+  // Empties the tables, sized for an input of `inputSize` bytes. Their
+  // memory stays from input to input: fresh pages for each would cost more
+  // than the search on a label.
+  void reset(std::size_t inputSize) {
+    bits = std::clamp(static_cast<int>(std::bit_width(inputSize)), 8, 15);
+    wholeBits = std::min(bits, 13);
+    slots.assign(std::size_t{1} << bits, 0);
+    whole.assign(std::size_t{1} << wholeBits, kEmpty);
+    crowded.assign(std::size_t{1} << wholeBits, 0);
     std::fill(&runs[0][0], &runs[0][0] + sizeof runs / sizeof runs[0][0], kEmpty);
   }
 
@@ -324,7 +327,7 @@ struct LongestMatches::Index {
     return position;
   }
 
-  int bits, wholeBits;
+  int bits = 0, wholeBits = 0;
   // For each hash, the newest kWays positions that went in with it, 16
   // bits each.
   std::vector<std::uint64_t> slots;
@@ -336,10 +339,17 @@ struct LongestMatches::Index {
   std::uint32_t runs[256][kLongest - kCodedFrom + 1];
 };
 
-LongestMatches::LongestMatches(ByteView input)
-    : input_(input), index_(std::make_unique<Index>(input.size())) {}
+std::unique_ptr<LongestMatches::Index>& LongestMatches::spare() {
+  thread_local std::unique_ptr<Index> index;
+  return index;
+}
 
-LongestMatches::~LongestMatches() = default;
+LongestMatches::LongestMatches(ByteView input)
+    : input_(input), index_(spare() ? std::move(spare()) : std::make_unique<Index>()) {
+  index_->reset(input.size());
+}
+
+LongestMatches::~LongestMatches() { spare() = std::move(index_); }
 
 void LongestMatches::find(std::size_t from, std::size_t to, std::uint8_t* lengths,
                           std::uint16_t* distances) {

@@ -24,6 +24,9 @@ class LongestMatches {
  private:
   struct Index;
   ByteView input_;
+  // The thread's index while no finder holds it: its tables' memory
+  // serves input after input.
+  static std::unique_ptr<Index>& spare();
   std::unique_ptr<Index> index_;
   // A stretch: from the position before `stretchEnd_ - 17` back, every
   // position has 18 bytes at `stretchDistance_`.

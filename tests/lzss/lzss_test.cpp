@@ -4,8 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <iterator>
 #include <random>
+#include <thread>
 
 #include <orvante/lzss.h>
 #include <orvante/lzss.hpp>
@@ -245,3 +247,25 @@ TEST(LzssCompress, NeverLargerThanTheClassicOnRasters) {
     }
   }
 }
+
+TEST(LzssCompress, ThreadsCompressAtOnceAsOneAlone) {
+  // Each thread keeps its own tables from input to input.
+  std::mt19937 rng(7);
+  const std::vector<Bytes> inputs = {labelRaster(rng, 30000), glyphRows(rng, 20000),
+                                     randomBytes(rng, 5000), runs(rng, 70000)};
+  std::vector<Bytes> alone;
+  for (const Bytes& input : inputs) alone.push_back(lzss::compress(input));
+  std::vector<std::thread> threads;
+  std::atomic<int> differing{0};
+  for (std::size_t t = 0; t < 4; ++t) {
+    threads.emplace_back([&, t] {
+      for (std::size_t round = 0; round < 8; ++round) {
+        const std::size_t which = (t + round) % inputs.size();
+        if (lzss::compress(inputs[which]) != alone[which]) ++differing;
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(differing, 0);
+}
+

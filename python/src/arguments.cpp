@@ -70,6 +70,14 @@ std::chrono::milliseconds toTimeout(double seconds, const char* what) {
   return std::chrono::milliseconds(static_cast<long long>(std::ceil(seconds * 1000)));
 }
 
+std::chrono::milliseconds toGiveUpAfter(double seconds, const char* what) {
+  const auto limit = toTimeout(seconds, what);
+  if (limit.count() == 0) {
+    throw std::invalid_argument(std::string(what) + " must be above 0 (None waits for ever)");
+  }
+  return limit;
+}
+
 namespace {
 
 template <class Value, std::size_t count>

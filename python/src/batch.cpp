@@ -104,12 +104,7 @@ PyBatchResult print(PyBatch& self, const std::string& uri,
   DeliveryOptions options;
   options.connectTimeout = toTimeout(connectTimeout, "the connect timeout");
   options.confirmTimeout = toTimeout(confirmTimeout, "the confirm timeout");
-  if (wait) {
-    options.giveUpAfter = toTimeout(*wait, "wait");
-    if (options.giveUpAfter.count() == 0) {
-      throw std::invalid_argument("wait must be above 0 (None waits for ever)");
-    }
-  }
+  if (wait) options.giveUpAfter = toGiveUpAfter(*wait, "wait");
   const Printing printing(self);
   Batch& batch = *self.batch;
   // The exception of the callback or of a signal handler, raised once the

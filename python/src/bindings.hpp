@@ -86,6 +86,9 @@ const Image& imageOf(const py::handle& object, std::optional<Image>& made);
 // Seconds as the library's timeouts: a finite number of 0 or more, else
 // ValueError naming `what`.
 std::chrono::milliseconds toTimeout(double seconds, const char* what);
+// As toTimeout for how long to wait for a printer: None waits for ever, so
+// 0 is refused.
+std::chrono::milliseconds toGiveUpAfter(double seconds, const char* what);
 
 // FileNotFoundError, as Python's own open raises it, when nothing is at
 // the path.

@@ -54,12 +54,7 @@ label, in flight at the fault, may print twice.
              options.confirmTimeout = toTimeout(confirmTimeout, "the confirm timeout");
              options.firstPause = toTimeout(firstPause, "the first pause");
              options.longestPause = toTimeout(longestPause, "the longest pause");
-             if (giveUpAfter) {
-               options.giveUpAfter = toTimeout(*giveUpAfter, "give_up_after");
-               if (options.giveUpAfter.count() == 0) {
-                 throw std::invalid_argument("give_up_after must be above 0 (None waits for ever)");
-               }
-             }
+             if (giveUpAfter) options.giveUpAfter = toGiveUpAfter(*giveUpAfter, "give_up_after");
              return std::make_unique<Delivery>(std::move(uri), options);
            }),
            py::arg("uri"), py::kw_only(), py::arg("connect_timeout") = 5.0,

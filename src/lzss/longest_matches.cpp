@@ -243,29 +243,31 @@ struct LongestMatches::Index {
                                            std::uint32_t position, int run, int known) {
     int best = 0;
     std::uint32_t distance = 0;
-    const std::uint64_t newest = link(key(at, run, kLongest), position);
-    int shared = kLongest;  // the least any of the four gave
-    // Where not even three bytes repeat at the distance before, as in
-    // dithered areas, a whole 18 is rare: it is neither looked for nor kept.
-    if (known >= kCodedFrom) {
-      std::uint32_t& same = whole[wholeKey(at)];
-      const std::uint32_t back = position - same;
-      same = position;
-      const std::uint32_t reach = 0u - static_cast<std::uint32_t>(back - 1 < kCyclic - 1);
-      best = here.agree(at - (back & reach)) & static_cast<int>(reach);
-      distance = back;
-    }
-    // With 12 bytes or more known at the distance before (most often near
-    // the end of a stretch), only a whole 18 is worth the lookup.
-    if (known >= kKnownEnough) return {best, distance};
-#pragma GCC unroll 4
-    for (int k = 0; k < kWays; ++k) {
-      const std::uint32_t back = backFrom(position, newest, k);
+    // Compares the position `back` bytes back, if in reach, and keeps it if
+    // it goes further; returns how far it went (0 out of reach).
+    auto offer = [&](std::uint32_t back) {
       const std::uint32_t reach = 0u - static_cast<std::uint32_t>(back - 1 < kCyclic - 1);
       const int length = here.agree(at - (back & reach)) & static_cast<int>(reach);
       const std::uint32_t better = 0u - static_cast<std::uint32_t>(length > best);
       distance = (back & better) | (distance & ~better);
       best = std::max(best, length);
+      return length;
+    };
+    const std::uint64_t newest = link(key(at, run, kLongest), position);
+    // Where not even three bytes repeat at the distance before, as in
+    // dithered areas, a whole 18 is rare: it is neither looked for nor kept.
+    if (known >= kCodedFrom) {
+      std::uint32_t& same = whole[wholeKey(at)];
+      offer(position - same);
+      same = position;
+    }
+    // With 12 bytes or more known at the distance before (most often near
+    // the end of a stretch), only a whole 18 is worth the lookup.
+    if (known >= kKnownEnough) return {best, distance};
+    int shared = kLongest;  // the least any of the four gave
+#pragma GCC unroll 4
+    for (int k = 0; k < kWays; ++k) {
+      const int length = offer(backFrom(position, newest, k));
       shared = std::min(shared, length);
       // With the slots far more than the keys in the window, a newest
       // position that does not share the three bytes means the slot holds
@@ -279,14 +281,7 @@ struct LongestMatches::Index {
       // bytes.
       const std::uint64_t sharing = link(crowded, crowdedKey(at), position);
 #pragma GCC unroll 4
-      for (int k = 0; k < kWays; ++k) {
-        const std::uint32_t back = backFrom(position, sharing, k);
-        const std::uint32_t reach = 0u - static_cast<std::uint32_t>(back - 1 < kCyclic - 1);
-        const int length = here.agree(at - (back & reach)) & static_cast<int>(reach);
-        const std::uint32_t better = 0u - static_cast<std::uint32_t>(length > best);
-        distance = (back & better) | (distance & ~better);
-        best = std::max(best, length);
-      }
+      for (int k = 0; k < kWays; ++k) offer(backFrom(position, sharing, k));
     }
     return {best, distance};
   }

@@ -55,7 +55,6 @@ inline void chooseCheapest(std::size_t size, const std::uint8_t* longest, std::u
         const std::size_t steps = (i - at) / kLongest + 1;
         bits[at] = bits[at + steps * kLongest] + static_cast<std::uint32_t>(steps) * kMatchBits;
       }
-      full = 0;
       stale = true;
       i = first;
       continue;

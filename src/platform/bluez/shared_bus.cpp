@@ -4,6 +4,7 @@
 #include <sys/epoll.h>
 #include <time.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <future>
 #include <limits>
@@ -37,6 +38,44 @@ std::chrono::steady_clock::time_point deadlineOf(std::uint64_t microseconds) {
   return std::chrono::steady_clock::now() + std::max(left, std::chrono::microseconds(0));
 }
 
+// The process's exit destroys sdbus-c++'s own backend of free-standing
+// messages, which every Variant holds. A dispatch still under way on the
+// loop's thread would then free Variants through freed memory, so the
+// first bus registers, after that backend exists, an exit step that waits
+// for the dispatch under way and lets no other begin.
+class ExitGate {
+ public:
+  static ExitGate& instance() {
+    static auto* gate = new ExitGate;  // the loop's thread may use it during exit
+    return *gate;
+  }
+
+  // Once, after the backend exists, so that the step runs before the
+  // backend is destroyed.
+  void closeAtExit() {
+    static const bool registered = std::atexit([] { instance().close(); }) == 0;
+    (void)registered;
+  }
+
+  // Held around every dispatch; once closed, a dispatch waits for ever.
+  std::unique_lock<std::recursive_timed_mutex> enter() {
+    return std::unique_lock(mutex_);
+  }
+
+  bool closed() const { return closed_; }
+
+ private:
+  void close() {
+    closed_ = true;
+    // Kept for the rest of the process. A dispatch stuck in an
+    // application's callback for long is not waited for.
+    (void)mutex_.try_lock_for(std::chrono::seconds(2));
+  }
+
+  std::recursive_timed_mutex mutex_;
+  std::atomic<bool> closed_ = false;
+};
+
 }  // namespace
 
 struct SharedBus::Loop {
@@ -66,6 +105,7 @@ SharedBus::SharedBus(std::unique_ptr<sdbus::IConnection> connection, std::string
       address_(std::move(address)),
       loop_(std::make_unique<Loop>()) {
   makeVariantsOutliveThisBackend();
+  ExitGate::instance().closeAtExit();
 }
 
 void SharedBus::start() {
@@ -98,11 +138,13 @@ bool SharedBus::isCurrent() const {
 }
 
 void SharedBus::post(std::function<void()> task) {
-  eventLoop().post([weak = weak_from_this(), task = std::move(task)] {
+  eventLoop().post([weak = weak_from_this(), task = std::move(task)]() mutable {
+    const auto gate = ExitGate::instance().enter();
+    const auto held = std::move(task);  // what it holds goes inside the gate
     auto bus = weak.lock();
     if (!bus) return;
     try {
-      task();
+      held();
     } catch (const sdbus::Error&) {
       // A call that could not even be sent; its caller hears nothing.
     }
@@ -118,6 +160,7 @@ bool SharedBus::run(std::function<void()> task, std::chrono::milliseconds limit)
     }
     return true;
   }
+  if (ExitGate::instance().closed()) return false;
   auto done = std::make_shared<std::promise<void>>();
   post([task = std::move(task), done] {
     task();
@@ -127,6 +170,7 @@ bool SharedBus::run(std::function<void()> task, std::chrono::milliseconds limit)
 }
 
 void SharedBus::service() {
+  const auto gate = ExitGate::instance().enter();
   try {
     while (connection_->processPendingRequest()) {
     }

@@ -11,6 +11,7 @@
 #include <map>
 
 #include "printer_process.hpp"
+#include "remove_tree.hpp"
 
 namespace orvante::testing {
 
@@ -67,7 +68,7 @@ class AppProcess {
 
   ~AppProcess() {
     if (pid_ > 0) stop();
-    fs::remove_all(folder_);
+    removeTree(folder_);
   }
 
   void start() {

@@ -12,8 +12,10 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <thread>
 
 #include "service_fixture.hpp"
+#include "remove_tree.hpp"
 #include "spawn.hpp"
 
 extern char** environ;
@@ -75,14 +77,26 @@ class Browser {
     in_ = fromBrowser[0];
   }
 
+  // Chromium is asked to close, so that it ends its helper processes too;
+  // killed only where it does not.
   ~Browser() {
+    if (pid_ > 0) {
+      std::string close = json{{"id", ++lastId_}, {"method", "Browser.close"}}.dump();
+      close.push_back('\0');
+      (void)!write(out_, close.data(), close.size());
+      const auto end = std::chrono::steady_clock::now() + 10s;
+      while (waitpid(pid_, nullptr, WNOHANG) == 0) {
+        if (std::chrono::steady_clock::now() > end) {
+          kill(pid_, SIGKILL);
+          waitpid(pid_, nullptr, 0);
+          break;
+        }
+        std::this_thread::sleep_for(50ms);
+      }
+    }
     close(out_);
     close(in_);
-    if (pid_ > 0) {
-      kill(pid_, SIGKILL);
-      waitpid(pid_, nullptr, 0);
-    }
-    fs::remove_all(profile_);
+    orvante::testing::removeTree(profile_);
   }
 
   // Sends a command (to the page's session once attached) and returns its

@@ -6,7 +6,10 @@
 
 #include <gtest/gtest.h>
 
+#include <future>
+
 #include "bluez_rig.hpp"
+#include "platform/bluez/shared_bus.hpp"
 
 using namespace orvante;
 using namespace orvante::testing;
@@ -134,4 +137,35 @@ TEST(BluezServices, AnAccessorySessionCarriesALabelAndAQueryReply) {
   EXPECT_EQ(textOf(printer->received()), "PRINT 1,1\r\n~!T");
   EXPECT_EQ(session.closeport(), 1);
   EXPECT_TRUE(printer->waitForHangUp());
+}
+
+// A program may end while the bus's thread still holds a reply: the exit
+// waits for that dispatch instead of freeing what the reply's values need.
+TEST(BluezServices, AProgramThatEndsDuringADispatchEndsCleanly) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  // Made before the bus, so it ends after the library's exit steps; it
+  // holds the exit there until the dispatch has let its value go, as a
+  // slower exit would.
+  struct Dispatch {
+    std::promise<void> holding, done;
+    ~Dispatch() { done.get_future().wait_for(std::chrono::seconds(2)); }
+  };
+  EXPECT_EXIT(
+      {
+        static PrivateBus bus;
+        static Dispatch dispatch;
+        ::setenv("DBUS_SYSTEM_BUS_ADDRESS", bus.address().c_str(), 1);
+        static const auto shared = platform::bluez::SharedBus::acquire();
+        shared->post([] {
+          {
+            const sdbus::Variant value(std::string("a reply's value"));
+            dispatch.holding.set_value();
+            std::this_thread::sleep_for(std::chrono::milliseconds(300));
+          }
+          dispatch.done.set_value();
+        });
+        dispatch.holding.get_future().wait();
+        std::exit(0);
+      },
+      ::testing::ExitedWithCode(0), "");
 }

@@ -10,6 +10,7 @@
 #include <limits>
 #include <map>
 #include <mutex>
+#include <thread>
 
 #include "../../transport/event_loop.hpp"
 #include "bluez_bus.hpp"
@@ -51,14 +52,17 @@ class ExitGate {
   }
 
   // Once, after the backend exists, so that the step runs before the
-  // backend is destroyed.
+  // backend is destroyed: both are ended as static objects are, in the
+  // reverse order of their making.
   void closeAtExit() {
-    static const bool registered = std::atexit([] { instance().close(); }) == 0;
-    (void)registered;
+    struct Step {
+      ~Step() { instance().close(); }
+    };
+    static const Step step;
   }
 
   // Held around every dispatch; once closed, a dispatch waits for ever.
-  std::unique_lock<std::recursive_timed_mutex> enter() {
+  std::unique_lock<std::recursive_mutex> enter() {
     return std::unique_lock(mutex_);
   }
 
@@ -69,10 +73,13 @@ class ExitGate {
     closed_ = true;
     // Kept for the rest of the process. A dispatch stuck in an
     // application's callback for long is not waited for.
-    (void)mutex_.try_lock_for(std::chrono::seconds(2));
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+    while (!mutex_.try_lock() && std::chrono::steady_clock::now() < end) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
   }
 
-  std::recursive_timed_mutex mutex_;
+  std::recursive_mutex mutex_;
   std::atomic<bool> closed_ = false;
 };
 

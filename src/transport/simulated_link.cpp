@@ -69,9 +69,18 @@ class SimulatedLink final : public Link {
       return 0;
     }
     if (!doWritable()) return 0;
-    Bytes copy(bytes.begin(), bytes.end());
-    EventLoop::instance().post([self = weakSelf(), copy = std::move(copy)] {
-      if (auto link = self.lock()) link->deliver(copy);
+    // The printer is reached without the link, which a close may end
+    // before the loop delivers.
+    EventLoop::instance().post([self = weakSelf(), end = end_, connection = connection_,
+                                copy = Bytes(bytes.begin(), bytes.end())] {
+      const auto printer = end.lock();
+      const auto link = self.lock();
+      if (!printer) {
+        if (link) link->ended();
+        return;
+      }
+      const Bytes answer = printer->take(connection, copy);
+      if (link) link->answer(answer);
     });
     return bytes.size();
   }
@@ -96,16 +105,14 @@ class SimulatedLink final : public Link {
     return std::static_pointer_cast<SimulatedLink>(shared_from_this());
   }
 
-  // On the loop, in the order written. Bytes written before a close still
-  // reach the printer, as a socket's do; only its answer is dropped.
-  void deliver(const Bytes& bytes) {
-    const auto end = end_.lock();
-    if (!end) return ended();
-    const Bytes answer = end->take(connection_, bytes);
-    if (answer.empty() || isClosed()) return;
+  // On the loop, in the order written: the printer's answer to bytes it
+  // took. Bytes written before a close still reach the printer, as a
+  // socket's do; only its answer is dropped.
+  void answer(const Bytes& reply) {
+    if (reply.empty() || isClosed()) return;
     {
       std::lock_guard lock(mutex_);
-      input_.insert(input_.end(), answer.begin(), answer.end());
+      input_.insert(input_.end(), reply.begin(), reply.end());
     }
     readable();
   }

@@ -9,7 +9,10 @@
 #include <optional>
 #include <thread>
 
+#include <orvante/testing/simulated_printer.hpp>
+
 #include "links.hpp"
+#include "transport/event_loop.hpp"
 
 using namespace orvante;
 using namespace orvante::testing;
@@ -199,4 +202,18 @@ TEST(Printer, AnyThreadMayCloseMoveOrDestroyItWhileAnotherSendsOrAsks) {
       EXPECT_EQ(call.get().first, closed) << way << asking;
     }
   }
+}
+
+// As a socket's peer does, the simulated printer takes what was sent before
+// a close, even where the connection is gone before the bytes arrive.
+TEST(Printer, BytesSentJustBeforeACloseReachTheSimulatedPrinter) {
+  SimulatedPrinter simulated("sent-before-close");
+  std::optional<Printer> printer = Printer::open(simulated.uri());
+  std::promise<void> release;
+  transport::EventLoop::instance().post([held = release.get_future().share()] { held.wait(); });
+  printer->send(std::string_view("PRINT 1,1\r\n"));
+  printer.reset();
+  release.set_value();
+  EXPECT_TRUE(simulated.waitForBytes(11));
+  EXPECT_EQ(simulated.received(), bytesOf("PRINT 1,1\r\n"));
 }

@@ -11,7 +11,6 @@
 #include <map>
 
 #include "printer_process.hpp"
-#include "remove_tree.hpp"
 
 namespace orvante::testing {
 

@@ -12,10 +12,9 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <thread>
 
+#include "printer_process.hpp"
 #include "service_fixture.hpp"
-#include "remove_tree.hpp"
 #include "spawn.hpp"
 
 extern char** environ;
@@ -84,14 +83,9 @@ class Browser {
       std::string close = json{{"id", ++lastId_}, {"method", "Browser.close"}}.dump();
       close.push_back('\0');
       (void)!write(out_, close.data(), close.size());
-      const auto end = std::chrono::steady_clock::now() + 10s;
-      while (waitpid(pid_, nullptr, WNOHANG) == 0) {
-        if (std::chrono::steady_clock::now() > end) {
-          kill(pid_, SIGKILL);
-          waitpid(pid_, nullptr, 0);
-          break;
-        }
-        std::this_thread::sleep_for(50ms);
+      if (!orvante::testing::eventuallyTrue([&] { return waitpid(pid_, nullptr, WNOHANG) != 0; })) {
+        kill(pid_, SIGKILL);
+        waitpid(pid_, nullptr, 0);
       }
     }
     close(out_);

@@ -16,6 +16,7 @@
 #include <functional>
 #include <sstream>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -41,6 +42,16 @@ inline bool eventuallyTrue(const std::function<bool()>& condition) {
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
   return true;
+}
+
+// Removes a test's folder. A helper process still ending (a browser's, a
+// server's) may write into it while it goes: the removal is tried again.
+inline void removeTree(const fs::path& folder) {
+  std::error_code failed;
+  eventuallyTrue([&] {
+    fs::remove_all(folder, failed);
+    return !failed;
+  });
 }
 
 // orvante-vprinter on a free port, in a folder of its own.

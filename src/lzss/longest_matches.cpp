@@ -1,10 +1,10 @@
 // For each hash of a position's first three bytes, the four newest
 // positions that had it, 16 bits each in one word: a lookup is one load and
-// the candidates are compared side by side, with no chain to follow. Beside
+// the newest three are compared side by side, with no chain to follow. Beside
 // them, for each hash of all 18 bytes, the newest position that had them:
 // in periodic rows the newest few with the same three bytes are all the
 // near repeats, and only the whole 18 bytes lead back to the row that goes
-// on matching. And where all four share the three bytes and none goes far,
+// on matching. And where all three share the three bytes and none goes far,
 // as in rows of few distinct bytes, the position is also kept and looked up
 // by five bytes. Every comparison checks the bytes and every distance is
 // checked against the window, so an entry left over from long ago costs
@@ -36,7 +36,9 @@
 namespace orvante::lzss {
 namespace {
 
-constexpr int kWays = 4;  // positions kept for each hash
+// Positions compared for each hash. Three find nearly every match four
+// do on rasters, in less time; two miss a few long ones on label rows.
+constexpr int kWays = 3;
 constexpr std::size_t kStretchEvery = 32;  // stretch positions put in the slots
 constexpr int kKnownEnough = 12;  // a match this long spares the slot's compares
 // Where all of a slot's positions share the three bytes and give less than
@@ -241,16 +243,18 @@ struct LongestMatches::Index {
   // they give, without a branch on the bytes.
   std::pair<int, std::uint32_t> insertWide(const std::uint8_t* at, const Eighteen& here,
                                            std::uint32_t position, int run, int known) {
-    int best = 0;
-    std::uint32_t distance = 0;
+    // The best so far in one word, its length above 4095 less its
+    // distance: the longest, and of those the nearest, is the greatest.
+    std::uint32_t best = 0;
+    auto found = [&] {
+      return std::pair<int, std::uint32_t>{static_cast<int>(best >> 12), 4095u - (best & 4095u)};
+    };
     // Compares the position `back` bytes back, if in reach, and keeps it if
     // it goes further; returns how far it went (0 out of reach).
     auto offer = [&](std::uint32_t back) {
       const std::uint32_t reach = 0u - static_cast<std::uint32_t>(back - 1 < kCyclic - 1);
-      const int length = here.agree(at - (back & reach)) & static_cast<int>(reach);
-      const std::uint32_t better = 0u - static_cast<std::uint32_t>(length > best);
-      distance = (back & better) | (distance & ~better);
-      best = std::max(best, length);
+      const std::uint32_t length = static_cast<std::uint32_t>(here.agree(at - (back & reach))) & reach;
+      best = std::max(best, length << 12 | (4095u - (back & 4095u)));
       return length;
     };
     const std::uint64_t newest = link(key(at, run, kLongest), position);
@@ -263,27 +267,26 @@ struct LongestMatches::Index {
     }
     // With 12 bytes or more known at the distance before (most often near
     // the end of a stretch), only a whole 18 is worth the lookup.
-    if (known >= kKnownEnough) return {best, distance};
-    int shared = kLongest;  // the least any of the four gave
-#pragma GCC unroll 4
+    if (known >= kKnownEnough) return found();
+    std::uint32_t shared = kLongest;  // the least any gave
+#pragma GCC unroll 3
     for (int k = 0; k < kWays; ++k) {
-      const int length = offer(backFrom(position, newest, k));
+      const std::uint32_t length = offer(backFrom(position, newest, k));
       shared = std::min(shared, length);
       // With the slots far more than the keys in the window, a newest
       // position that does not share the three bytes means the slot holds
       // another key: most positions of a dithered raster stop here.
       if (k == 0 && length < kCodedFrom) break;
     }
-    if (shared >= kCodedFrom && best < kCrowdedBelow) {
-      // Crowded: all four shared the three bytes and none went far, as in
-      // rows of few distinct bytes, where the four newest of dozens are
-      // seldom the best. Such positions have slots of their own, by five
-      // bytes.
+    if (shared >= kCodedFrom && found().first < kCrowdedBelow) {
+      // Crowded: all shared the three bytes and none went far, as in rows
+      // of few distinct bytes, where the newest few of dozens are seldom
+      // the best. Such positions have slots of their own, by five bytes.
       const std::uint64_t sharing = link(crowded, crowdedKey(at), position);
-#pragma GCC unroll 4
+#pragma GCC unroll 3
       for (int k = 0; k < kWays; ++k) offer(backFrom(position, sharing, k));
     }
-    return {best, distance};
+    return found();
   }
 
   // Puts one in kStretchEvery of the stretch positions from `from` to `to`
@@ -323,12 +326,12 @@ struct LongestMatches::Index {
   }
 
   int bits = 0, wholeBits = 0;
-  // For each hash, the newest kWays positions that went in with it, 16
+  // For each hash, the newest four positions that went in with it, 16
   // bits each.
   std::vector<std::uint64_t> slots;
   // For each hash of 18 bytes, the newest position that had them.
   std::vector<std::uint32_t> whole;
-  // For each hash of five bytes, the newest kWays crowded positions that
+  // For each hash of five bytes, the newest four crowded positions that
   // had them.
   std::vector<std::uint64_t> crowded;
   std::uint32_t runs[256][kLongest - kCodedFrom + 1];

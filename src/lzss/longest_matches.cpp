@@ -86,31 +86,26 @@ std::uint64_t load64(const std::uint8_t* at) {
 // candidates. 32 bytes may be read from `at` on.
 struct Eighteen {
 #if defined(__SSE2__)
+  // Bytes 0 to 15 and 2 to 17: two overlapping compares cover all 18.
   explicit Eighteen(const std::uint8_t* at)
-      : head(_mm_loadu_si128(reinterpret_cast<const __m128i*>(at))), tail(load16(at + 16)) {}
-  __m128i head;
+      : head(_mm_loadu_si128(reinterpret_cast<const __m128i*>(at))),
+        shifted(_mm_loadu_si128(reinterpret_cast<const __m128i*>(at + 2))) {}
+  __m128i head, shifted;
 #else
-  explicit Eighteen(const std::uint8_t* at) : at(at), tail(0) {}
+  explicit Eighteen(const std::uint8_t* at) : at(at) {}
   const std::uint8_t* at;
 #endif
-  std::uint32_t tail;
-
-  static std::uint32_t load16(const std::uint8_t* at) {
-    std::uint16_t half;
-    std::memcpy(&half, at, sizeof half);
-    return half;
-  }
 
   // How many of them the bytes at `from` agree with, without a branch.
   [[gnu::always_inline]] int agree(const std::uint8_t* from) const {
 #if defined(__SSE2__)
-    const __m128i equal =
-        _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(from)), head);
-    // Never zero: the mask has 16 bits.
-    const auto first =
-        static_cast<unsigned>(__builtin_ctz(~static_cast<unsigned>(_mm_movemask_epi8(equal))));
-    const auto last = static_cast<unsigned>(__builtin_ctz((load16(from + 16) ^ tail) | 0x10000u)) >> 3;
-    return static_cast<int>(first + (first >> 4) * last);
+    const auto low = static_cast<unsigned>(_mm_movemask_epi8(
+        _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(from)), head)));
+    const auto high = static_cast<unsigned>(_mm_movemask_epi8(
+        _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(from + 2)), shifted)));
+    // Bit k: byte k agrees.
+    const unsigned equal = low | high << 2;
+    return __builtin_ctz(~equal | 1u << kLongest);
 #else
     return agreeing(from, at, 0, kLongest, false);
 #endif

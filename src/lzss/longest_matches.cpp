@@ -238,19 +238,20 @@ struct LongestMatches::Index {
   // they give, without a branch on the bytes.
   std::pair<int, std::uint32_t> insertWide(const std::uint8_t* at, const Eighteen& here,
                                            std::uint32_t position, int run, int known) {
-    // The best so far in one word, its length above 4095 less its
+    // The best so far in one word, its length above kRing - 1 less its
     // distance: the longest, and of those the nearest, is the greatest.
+    constexpr int kLengthShift = 12;
+    constexpr std::uint32_t kFar = kRing - 1;
     std::uint32_t best = 0;
-    auto found = [&] {
-      return std::pair<int, std::uint32_t>{static_cast<int>(best >> 12), 4095u - (best & 4095u)};
-    };
+    auto length = [&] { return static_cast<int>(best >> kLengthShift); };
+    auto found = [&] { return std::pair<int, std::uint32_t>{length(), kFar - (best & kFar)}; };
     // Compares the position `back` bytes back, if in reach, and keeps it if
     // it goes further; returns how far it went (0 out of reach).
     auto offer = [&](std::uint32_t back) {
       const std::uint32_t reach = 0u - static_cast<std::uint32_t>(back - 1 < kCyclic - 1);
-      const std::uint32_t length = static_cast<std::uint32_t>(here.agree(at - (back & reach))) & reach;
-      best = std::max(best, length << 12 | (4095u - (back & 4095u)));
-      return length;
+      const std::uint32_t agreed = static_cast<std::uint32_t>(here.agree(at - (back & reach))) & reach;
+      best = std::max(best, agreed << kLengthShift | (kFar - (back & kFar)));
+      return agreed;
     };
     const std::uint64_t newest = link(key(at, run, kLongest), position);
     // Where not even three bytes repeat at the distance before, as in
@@ -266,14 +267,14 @@ struct LongestMatches::Index {
     std::uint32_t shared = kLongest;  // the least any gave
 #pragma GCC unroll 3
     for (int k = 0; k < kWays; ++k) {
-      const std::uint32_t length = offer(backFrom(position, newest, k));
-      shared = std::min(shared, length);
+      const std::uint32_t agreed = offer(backFrom(position, newest, k));
+      shared = std::min(shared, agreed);
       // With the slots far more than the keys in the window, a newest
       // position that does not share the three bytes means the slot holds
       // another key: most positions of a dithered raster stop here.
-      if (k == 0 && length < kCodedFrom) break;
+      if (k == 0 && agreed < kCodedFrom) break;
     }
-    if (shared >= kCodedFrom && found().first < kCrowdedBelow) {
+    if (shared >= kCodedFrom && length() < kCrowdedBelow) {
       // Crowded: all shared the three bytes and none went far, as in rows
       // of few distinct bytes, where the newest few of dozens are seldom
       // the best. Such positions have slots of their own, by five bytes.

@@ -156,11 +156,14 @@ std::size_t repeatEnd(const std::uint8_t* in, std::size_t size, std::size_t posi
 }  // namespace
 
 struct LongestMatches::Index {
-  // Empties the tables, sized for an input of `inputSize` bytes. Their
-  // memory stays from input to input: fresh pages for each would cost more
-  // than the search on a label.
+  // Empties the tables, sized for an input of `inputSize` bytes: at least
+  // eight slots for each position the window can hold, as a fuller table
+  // hides short matches behind other keys in dithered rows. Their memory
+  // stays from input to input: fresh pages for each would cost more than
+  // the search on a label.
   void reset(std::size_t inputSize) {
-    bits = std::clamp(static_cast<int>(std::bit_width(inputSize)), 8, 15);
+    const std::size_t held = std::min<std::size_t>(inputSize, kCyclic);
+    bits = std::clamp(static_cast<int>(std::bit_width(held)) + 3, 8, 15);
     wholeBits = std::min(bits, 13);
     slots.assign(std::size_t{1} << bits, 0);
     whole.assign(std::size_t{1} << wholeBits, kEmpty);
@@ -235,7 +238,7 @@ struct LongestMatches::Index {
   // As `insert` for a position with at least 32 bytes from it on and a
   // match of `known` bytes found already: first the newest position with
   // the same 18 bytes, then the slot's positions, all compared whatever
-  // they give, without a branch on the bytes.
+  // they give, without a branch on the bytes; then the five-byte slots.
   std::pair<int, std::uint32_t> insertWide(const std::uint8_t* at, const Eighteen& here,
                                            std::uint32_t position, int run, int known) {
     // The best so far in one word, its length above kRing - 1 less its
@@ -274,10 +277,12 @@ struct LongestMatches::Index {
       // another key: most positions of a dithered raster stop here.
       if (k == 0 && agreed < kCodedFrom) break;
     }
-    if (shared >= kCodedFrom && length() < kCrowdedBelow) {
-      // Crowded: all shared the three bytes and none went far, as in rows
-      // of few distinct bytes, where the newest few of dozens are seldom
-      // the best. Such positions have slots of their own, by five bytes.
+    // Crowded: all shared the three bytes and none went far, as in rows of
+    // few distinct bytes, where the newest few of dozens are seldom the
+    // best. Such positions have slots of their own, by five bytes. While
+    // the window fills, every position goes in them: the first rows'
+    // slots are not crowded yet, but later rows look for their bytes there.
+    if ((shared >= kCodedFrom && length() < kCrowdedBelow) || position < kCyclic) {
       const std::uint64_t sharing = link(crowded, crowdedKey(at), position);
 #pragma GCC unroll 3
       for (int k = 0; k < kWays; ++k) offer(backFrom(position, sharing, k));

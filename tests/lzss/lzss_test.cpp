@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cmath>
 #include <iterator>
 #include <random>
 #include <thread>
@@ -12,6 +13,7 @@
 #include <orvante/lzss.h>
 #include <orvante/lzss.hpp>
 
+#include "raster/dither.hpp"
 #include "strict_lzss.hpp"
 
 using namespace orvante;
@@ -71,6 +73,25 @@ Bytes glyphRows(std::mt19937& rng, std::size_t size) {
   }
   bytes.resize(size);
   return bytes;
+}
+
+// A photo dithered with error diffusion: rings fading across the width,
+// about `size` bytes of raster. Most positions repeat nothing.
+Bytes ditheredRings(std::size_t size) {
+  const int width = 812, height = static_cast<int>(size * 8 / width) + 1;
+  Bytes rgba(static_cast<std::size_t>(width) * height * 4, 255);
+  for (int y = 0; y < height; ++y) {
+    for (int x = 0; x < width; ++x) {
+      const double ring = std::sin(std::hypot(x - width / 2.0, y - height / 2.0) / 18.0);
+      auto* p = &rgba[(static_cast<std::size_t>(y) * width + x) * 4];
+      p[0] = p[1] = p[2] = static_cast<std::uint8_t>(127 + 100 * ring * x / width);
+    }
+  }
+  Bytes raster = orvante::raster::ditheredRaster(orvante::Image(width, height, std::move(rgba)),
+                                                 orvante::Dither::FloydSteinberg)
+                     .bytes;
+  raster.resize(size);
+  return raster;
 }
 
 // The units of a stream: a literal as its character, a match as
@@ -240,9 +261,10 @@ TEST(LzssCompress, RoundTripsWithoutReadingTheRingsFill) {
 // classic encoder's greedy one, although it may not use the space fill.
 TEST(LzssCompress, NeverLargerThanTheClassicOnRasters) {
   std::mt19937 rng(203), glyphs(812);
-  for (std::size_t size : {1000u, 13000u, 124236u}) {
+  for (std::size_t size : {1000u, 4000u, 13000u, 124236u}) {
     for (const Bytes& raster :
-         {runs(rng, size), labelRaster(rng, size), glyphRows(glyphs, size), Bytes(size, 0xFF)}) {
+         {runs(rng, size), labelRaster(rng, size), glyphRows(glyphs, size), ditheredRings(size),
+          Bytes(size, 0xFF)}) {
       EXPECT_LE(lzss::compress(raster).size(), lzss::encode(raster).size()) << size;
     }
   }

@@ -44,6 +44,10 @@ constexpr int kKnownEnough = 12;  // a match this long spares the slot's compare
 // Where all of a slot's positions share the three bytes and give less than
 // this, the position is looked up by five bytes as well.
 constexpr int kCrowdedBelow = 6;
+// A call where more than one position in this many found no match, as in
+// dithered areas, counts as noisy: the next call leaves the five-byte slots
+// alone, as there they cost a fifth of the search and seldom find more.
+constexpr std::size_t kNoisyOneIn = 4;
 // After this many positions without a match the input counts as
 // incompressible: the search thins out to one position in up to kSparsest
 // until it meets a match again, so random bytes cost little time (and lose
@@ -238,9 +242,11 @@ struct LongestMatches::Index {
   // As `insert` for a position with at least 32 bytes from it on and a
   // match of `known` bytes found already: first the newest position with
   // the same 18 bytes, then the slot's positions, all compared whatever
-  // they give, without a branch on the bytes; then the five-byte slots.
+  // they give, without a branch on the bytes; then, if `crowding`, the
+  // five-byte slots.
   std::pair<int, std::uint32_t> insertWide(const std::uint8_t* at, const Eighteen& here,
-                                           std::uint32_t position, int run, int known) {
+                                           std::uint32_t position, int run, int known,
+                                           bool crowding) {
     // The best so far in one word, its length above kRing - 1 less its
     // distance: the longest, and of those the nearest, is the greatest.
     constexpr int kLengthShift = 12;
@@ -282,7 +288,7 @@ struct LongestMatches::Index {
     // best. Such positions have slots of their own, by five bytes. While
     // the window fills, every position goes in them: the first rows'
     // slots are not crowded yet, but later rows look for their bytes there.
-    if ((shared >= kCodedFrom && length() < kCrowdedBelow) || position < kCyclic) {
+    if (crowding && ((shared >= kCodedFrom && length() < kCrowdedBelow) || position < kCyclic)) {
       const std::uint64_t sharing = link(crowded, crowdedKey(at), position);
 #pragma GCC unroll 3
       for (int k = 0; k < kWays; ++k) offer(backFrom(position, sharing, k));
@@ -362,6 +368,8 @@ void LongestMatches::find(std::size_t from, std::size_t to, std::uint8_t* length
   std::uint32_t lastDistance = lastDistance_;
 
   std::size_t misses = misses_;
+  std::size_t unmatched = 0;  // positions of this call without a match
+  const bool crowding = !noisy_;
   std::size_t i = from;
   while (i < to) {
     if (misses > kPatience) {
@@ -371,6 +379,7 @@ void LongestMatches::find(std::size_t from, std::size_t to, std::uint8_t* length
       const std::size_t stop = std::min(to, i + step - 1);
       std::memset(lengths + (i - from), 0, stop - i);
       misses += stop - i;
+      unmatched += stop - i;
       lastLength = 0;
       i = stop;
       if (i == to) break;
@@ -416,7 +425,7 @@ void LongestMatches::find(std::size_t from, std::size_t to, std::uint8_t* length
       // The slot two positions on, as most positions start no run, is
       // fetched while this one's candidates are compared.
       __builtin_prefetch(&index.slots[index.key(at + 2, 1, kLongest)]);
-      const auto [found, back] = index.insertWide(at, here, position, run, best);
+      const auto [found, back] = index.insertWide(at, here, position, run, best, crowding);
       distance = found > best ? back : distance;
       best = std::max(best, found);
     } else if (const int limit = static_cast<int>(std::min<std::size_t>(kLongest, size - i));
@@ -454,6 +463,7 @@ void LongestMatches::find(std::size_t from, std::size_t to, std::uint8_t* length
     }
     if (best < kCodedFrom) best = 0;
     misses = best ? 0 : misses + 1;
+    unmatched += best == 0;
     lengths[i - from] = static_cast<std::uint8_t>(best);
     distances[i - from] = static_cast<std::uint16_t>(distance);
     lastLength = best;
@@ -461,6 +471,7 @@ void LongestMatches::find(std::size_t from, std::size_t to, std::uint8_t* length
     ++i;
   }
 
+  noisy_ = unmatched * kNoisyOneIn > to - from;
   misses_ = misses;
   stretchEnd_ = stretchEnd;
   stretchDistance_ = stretchDistance;

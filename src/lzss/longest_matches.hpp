@@ -33,6 +33,7 @@ class LongestMatches {
   std::size_t stretchEnd_ = 0;
   std::uint32_t stretchDistance_ = 0;
   std::size_t misses_ = 0;  // positions since the last match
+  bool noisy_ = false;      // the last call found no match at many positions
   // The match of the position before, whose distance is tried first.
   int lastLength_ = 0;
   std::uint32_t lastDistance_ = 0;

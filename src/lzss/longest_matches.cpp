@@ -273,10 +273,6 @@ struct LongestMatches::Index {
     // With 12 bytes or more known at the distance before (most often near
     // the end of a stretch), only a whole 18 is worth the lookup.
     if (known >= kKnownEnough) return found();
-    // A position that goes on with a match, past the first window, looks
-    // no further than the newest: on labels and dense print the older ones
-    // seldom go further than the match it has.
-    const bool newestOnly = crowding && known >= kCodedFrom && position >= kCyclic;
     std::uint32_t shared = kLongest;  // the least any gave
 #pragma GCC unroll 3
     for (int k = 0; k < kWays; ++k) {
@@ -285,7 +281,7 @@ struct LongestMatches::Index {
       // With the slots far more than the keys in the window, a newest
       // position that does not share the three bytes means the slot holds
       // another key: most positions of a dithered raster stop here.
-      if (k == 0 && (agreed < kCodedFrom || newestOnly)) break;
+      if (k == 0 && agreed < kCodedFrom) break;
     }
     // Crowded: all shared the three bytes and none went far, as in rows of
     // few distinct bytes, where the newest few of dozens are seldom the

@@ -51,8 +51,10 @@ constexpr std::size_t kNoisyOneIn = 4;
 // After this many positions without a match the input counts as
 // incompressible: the search thins out to one position in up to kSparsest
 // until it meets a match again, so random bytes cost little time (and lose
-// the few chance matches of three bytes they hold).
-constexpr std::size_t kPatience = 256;
+// the few chance matches of three bytes they hold). Photos dithered with
+// little error diffusion go hundreds of positions without a match and
+// still hold some after.
+constexpr std::size_t kPatience = 1024;
 constexpr std::size_t kSparsest = 16;
 constexpr std::uint32_t kCyclic = 4096;  // the window, and one more
 // Positions are kept as 32-bit numbers, which wrap on inputs of 4 GiB and
@@ -160,14 +162,14 @@ std::size_t repeatEnd(const std::uint8_t* in, std::size_t size, std::size_t posi
 }  // namespace
 
 struct LongestMatches::Index {
-  // Empties the tables, sized for an input of `inputSize` bytes: at least
-  // eight slots for each position the window can hold, as a fuller table
-  // hides short matches behind other keys in dithered rows. Their memory
+  // Empties the tables, sized for an input of `inputSize` bytes: sixteen
+  // slots for each position the window can hold, as a fuller table hides
+  // short matches behind other keys in dithered rows. Their memory
   // stays from input to input: fresh pages for each would cost more than
   // the search on a label.
   void reset(std::size_t inputSize) {
     const std::size_t held = std::min<std::size_t>(inputSize, kCyclic);
-    bits = std::clamp(static_cast<int>(std::bit_width(held)) + 3, 8, 15);
+    bits = std::clamp(static_cast<int>(std::bit_width(held)) + 4, 8, 16);
     wholeBits = std::min(bits, 13);
     slots.assign(std::size_t{1} << bits, 0);
     whole.assign(std::size_t{1} << wholeBits, kEmpty);

@@ -75,21 +75,20 @@ Bytes glyphRows(std::mt19937& rng, std::size_t size) {
   return bytes;
 }
 
-// A photo dithered with error diffusion: rings fading across the width,
-// about `size` bytes of raster. Most positions repeat nothing.
-Bytes ditheredRings(std::size_t size) {
+// A photo of rings fading across the width, dithered, about `size` bytes
+// of raster; `scale`: the rings' width. With error diffusion most
+// positions repeat nothing.
+Bytes ditheredRings(std::size_t size, Dither mode = Dither::FloydSteinberg, double scale = 18) {
   const int width = 812, height = static_cast<int>(size * 8 / width) + 1;
   Bytes rgba(static_cast<std::size_t>(width) * height * 4, 255);
   for (int y = 0; y < height; ++y) {
     for (int x = 0; x < width; ++x) {
-      const double ring = std::sin(std::hypot(x - width / 2.0, y - height / 2.0) / 18.0);
+      const double ring = std::sin(std::hypot(x - width / 2.0, y - height / 2.0) / scale);
       auto* p = &rgba[(static_cast<std::size_t>(y) * width + x) * 4];
       p[0] = p[1] = p[2] = static_cast<std::uint8_t>(127 + 100 * ring * x / width);
     }
   }
-  Bytes raster = orvante::raster::ditheredRaster(orvante::Image(width, height, std::move(rgba)),
-                                                 orvante::Dither::FloydSteinberg)
-                     .bytes;
+  Bytes raster = raster::ditheredRaster(Image(width, height, std::move(rgba)), mode).bytes;
   raster.resize(size);
   return raster;
 }
@@ -266,6 +265,21 @@ TEST(LzssCompress, NeverLargerThanTheClassicOnRasters) {
          {runs(rng, size), labelRaster(rng, size), glyphRows(glyphs, size), ditheredRings(size),
           Bytes(size, 0xFF)}) {
       EXPECT_LE(lzss::compress(raster).size(), lzss::encode(raster).size()) << size;
+    }
+  }
+}
+
+// The search is not exhaustive: on some dithered photos the classic finds
+// a few more bytes to copy, never 0.4 % of its stream.
+TEST(LzssCompress, CloseToTheClassicOnEveryDithering) {
+  for (Dither mode : {Dither::FloydSteinberg, Dither::Atkinson, Dither::Ordered4x4,
+                      Dither::Ordered8x8, Dither::EdgeAware}) {
+    for (double scale : {18.0, 60.0}) {
+      for (std::size_t size : {10000u, 30000u}) {
+        const Bytes raster = ditheredRings(size, mode, scale);
+        EXPECT_LE(lzss::compress(raster).size() * 1000, lzss::encode(raster).size() * 1004)
+            << static_cast<int>(mode) << " " << scale << " " << size;
+      }
     }
   }
 }

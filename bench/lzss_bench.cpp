@@ -20,6 +20,8 @@
 #include <orvante/label.hpp>
 #include <orvante/lzss.hpp>
 
+#include "rings_photo.hpp"
+
 namespace {
 
 using orvante::Bytes;
@@ -108,17 +110,8 @@ Bytes shippingLabel(int dpi) {
 // over the whole label: the raster the label's BITMAP command carries.
 Bytes ditheredPhoto(int dpi) {
   const int width = 4 * dpi, height = 6 * dpi;
-  Bytes rgba(std::size_t(width) * height * 4, 255);
-  for (int y = 0; y < height; ++y) {
-    for (int x = 0; x < width; ++x) {
-      const double ring = std::sin(std::hypot(x - width / 2.0, y - height / 2.0) / 18.0);
-      const auto grey = static_cast<std::uint8_t>(127 + 100 * ring * (x / double(width)));
-      auto* p = &rgba[(std::size_t(y) * width + x) * 4];
-      p[0] = p[1] = p[2] = grey;
-    }
-  }
   orvante::Label label(dpi);
-  label.bitmap(0, 0, orvante::Image(width, height, std::move(rgba)),
+  label.bitmap(0, 0, orvante::testing::ringsPhoto(width, height),
                {orvante::Dither::FloydSteinberg});
   const Bytes& command = label.bytes();  // "BITMAP ...," raster "\r\n"
   const std::size_t size = std::size_t((width + 7) / 8) * height;

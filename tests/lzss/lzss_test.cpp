@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cmath>
 #include <iterator>
 #include <random>
 #include <thread>
@@ -14,6 +13,7 @@
 #include <orvante/lzss.hpp>
 
 #include "raster/dither.hpp"
+#include "rings_photo.hpp"
 #include "strict_lzss.hpp"
 
 using namespace orvante;
@@ -75,20 +75,11 @@ Bytes glyphRows(std::mt19937& rng, std::size_t size) {
   return bytes;
 }
 
-// A photo of rings fading across the width, dithered, about `size` bytes
-// of raster; `scale`: the rings' width. With error diffusion most
-// positions repeat nothing.
-Bytes ditheredRings(std::size_t size, Dither mode = Dither::FloydSteinberg, double scale = 18) {
+// The rings photo dithered, about `size` bytes of raster; `ringWidth`: the
+// rings' width. With error diffusion most positions repeat nothing.
+Bytes ditheredRings(std::size_t size, Dither mode = Dither::FloydSteinberg, double ringWidth = 18) {
   const int width = 812, height = static_cast<int>(size * 8 / width) + 1;
-  Bytes rgba(static_cast<std::size_t>(width) * height * 4, 255);
-  for (int y = 0; y < height; ++y) {
-    for (int x = 0; x < width; ++x) {
-      const double ring = std::sin(std::hypot(x - width / 2.0, y - height / 2.0) / scale);
-      auto* p = &rgba[(static_cast<std::size_t>(y) * width + x) * 4];
-      p[0] = p[1] = p[2] = static_cast<std::uint8_t>(127 + 100 * ring * x / width);
-    }
-  }
-  Bytes raster = raster::ditheredRaster(Image(width, height, std::move(rgba)), mode).bytes;
+  Bytes raster = raster::ditheredRaster(orvante::testing::ringsPhoto(width, height, ringWidth), mode).bytes;
   raster.resize(size);
   return raster;
 }

@@ -25,7 +25,7 @@ struct Scratch {
   std::uint8_t longest[kBlock];
   std::uint8_t taken[kBlock];
   std::uint16_t distances[kBlock];
-  std::uint32_t bits[kBlock + 1];
+  Cost costs[kBlock + kCostPadding];
   // A block's units: a flag byte, then 8 units of 1 (literal) or 2 (match)
   // bytes, so at most 9 bytes for 8 input bytes; and a group left open by
   // the block before.
@@ -50,7 +50,7 @@ Bytes compress(ByteView input) {
     const std::size_t end = std::min(size, start + kBlock);
     finder.find(found, end, &scratch->longest[found - start], &scratch->distances[found - start]);
     found = end;
-    chooseCheapest(end - start, scratch->longest, scratch->taken, scratch->bits);
+    chooseCheapest(end - start, scratch->longest, scratch->taken, scratch->costs);
     const std::size_t keep = end == size ? size : end - kTail;
     std::size_t i = start;
     while (i < keep) {

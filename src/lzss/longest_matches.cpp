@@ -241,13 +241,13 @@ struct LongestMatches::Index {
     return {best, distance};
   }
 
-  // As `insert` for a position with at least 32 bytes from it on and a
-  // match of `known` bytes found already: first the newest position with
-  // the same 18 bytes, then the slot's positions, all compared whatever
-  // they give, without a branch on the bytes; then, if `crowding`, the
-  // five-byte slots.
+  // As `insert` for a position with at least 32 bytes from it on, its
+  // `slot`, and a match of `known` bytes found already: first the newest
+  // position with the same 18 bytes, then the slot's positions, all
+  // compared whatever they give, without a branch on the bytes; then, if
+  // `crowding`, the five-byte slots.
   std::pair<int, std::uint32_t> insertWide(const std::uint8_t* at, const Eighteen& here,
-                                           std::uint32_t position, int run, int known,
+                                           std::uint32_t position, std::uint32_t slot, int known,
                                            bool crowding) {
     // The best so far in one word, its length above kRing - 1 less its
     // distance: the longest, and of those the nearest, is the greatest.
@@ -264,10 +264,11 @@ struct LongestMatches::Index {
       best = std::max(best, agreed << kLengthShift | (kFar - (back & kFar)));
       return agreed;
     };
-    const std::uint64_t newest = link(key(at, run, kLongest), position);
-    // Where not even three bytes repeat at the distance before, as in
-    // dithered areas, a whole 18 is rare: it is neither looked for nor kept.
-    if (known >= kCodedFrom) {
+    const std::uint64_t newest = link(slot, position);
+    // Where not even three bytes repeat at the distance before, or in a
+    // noisy call, as in dithered areas, a whole 18 is rare: it is neither
+    // looked for nor kept.
+    if (known >= kCodedFrom && crowding) {
       std::uint32_t& same = whole[wholeKey(at)];
       offer(position - same);
       same = position;
@@ -373,6 +374,10 @@ void LongestMatches::find(std::size_t from, std::size_t to, std::uint8_t* length
   std::size_t unmatched = 0;  // positions of this call without a match
   const bool crowding = !noisy_;
   std::size_t i = from;
+  // The slots of the next two positions by their first three bytes, and
+  // the positions they are for.
+  std::uint32_t keyed[2] = {};
+  std::size_t keyedFor[2] = {~std::size_t{0}, ~std::size_t{0}};
   while (i < to) {
     if (misses > kPatience) {
       // Incompressible so far: positions are searched ever more sparsely,
@@ -425,9 +430,14 @@ void LongestMatches::find(std::size_t from, std::size_t to, std::uint8_t* length
         continue;
       }
       // The slot two positions on, as most positions start no run, is
-      // fetched while this one's candidates are compared.
-      __builtin_prefetch(&index.slots[index.key(at + 2, 1, kLongest)]);
-      const auto [found, back] = index.insertWide(at, here, position, run, best, crowding);
+      // fetched while this one's candidates are compared; its key serves
+      // that position if it starts no run.
+      const std::uint32_t slot =
+          run == 1 && keyedFor[i & 1] == i ? keyed[i & 1] : index.key(at, run, kLongest);
+      keyed[i & 1] = index.key(at + 2, 1, kLongest);
+      keyedFor[i & 1] = i + 2;
+      __builtin_prefetch(&index.slots[keyed[i & 1]]);
+      const auto [found, back] = index.insertWide(at, here, position, slot, best, crowding);
       distance = found > best ? back : distance;
       best = std::max(best, found);
     } else if (const int limit = static_cast<int>(std::min<std::size_t>(kLongest, size - i));

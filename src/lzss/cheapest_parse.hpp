@@ -81,6 +81,43 @@ inline std::pair<int, int> cheapestEnd(const Cost* ahead, std::size_t reach) {
 #endif
 }
 
+// The positions down from `first` without a match, each a literal: their
+// costs climb by `kLiteralBits` from `last`, the cost at `first`. Returns
+// the lowest of them and leaves its cost in `last`. Dithered rows are runs
+// of literals between short matches: a run goes at once, with no branch
+// for each of its positions. 16 positions below it may be written.
+inline std::size_t literalsDown(const std::uint8_t* longest, std::uint8_t* taken, Cost* cost,
+                                std::size_t first, int& last) {
+  constexpr int kLiteralBits = 9;
+#if defined(__SSE2__)
+  const __m128i climb = _mm_setr_epi16(8 * kLiteralBits, 7 * kLiteralBits, 6 * kLiteralBits,
+                                       5 * kLiteralBits, 4 * kLiteralBits, 3 * kLiteralBits,
+                                       2 * kLiteralBits, 1 * kLiteralBits);
+  while (first >= 16) {
+    const __m128i lengths = _mm_loadu_si128(reinterpret_cast<const __m128i*>(longest + first - 16));
+    // Bit k: position first - 16 + k has no match.
+    const auto none = static_cast<unsigned>(
+        _mm_movemask_epi8(_mm_cmplt_epi8(lengths, _mm_set1_epi8(kCodedFrom))));
+    const int count = __builtin_clz(~(none << 16));
+    const __m128i from = _mm_set1_epi16(static_cast<short>(last));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(cost + first - 8), _mm_add_epi16(from, climb));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(cost + first - 16),
+                     _mm_add_epi16(from, _mm_add_epi16(climb, _mm_set1_epi16(8 * kLiteralBits))));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(taken + first - 16), _mm_set1_epi8(1));
+    first -= static_cast<std::size_t>(count);
+    last += count * kLiteralBits;
+    if (count < 16) return first;
+  }
+#endif
+  while (first > 0 && longest[first - 1] < kCodedFrom) {
+    --first;
+    last += kLiteralBits;
+    cost[first] = static_cast<Cost>(last);
+    taken[first] = 1;
+  }
+  return first;
+}
+
 }  // namespace parse
 
 // Writes for each position the length the cheapest parse takes there (1: a
@@ -122,8 +159,10 @@ inline void chooseCheapest(std::size_t size, const std::uint8_t* longest, std::u
     const std::size_t reach = std::min<std::size_t>(longest[i], size - i);
     if (reach < kCodedFrom) [[likely]] {
       cost[i] = static_cast<Cost>(literal);
-      after = literal;
       taken[i] = 1;
+      after = literal;
+      i = parse::literalsDown(longest, taken, cost, i, after);
+      full = 0;
       continue;
     }
     const auto [cheapest, length] = parse::cheapestEnd(cost + i, reach);

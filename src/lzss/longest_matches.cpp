@@ -420,12 +420,10 @@ void LongestMatches::find(std::size_t from, std::size_t to, std::uint8_t* length
         }
         index.runStarts(at[0], run, position);
       }
-      // The match of the position before goes on here one byte shorter:
-      // its bytes are compared only where it was cut at 18, or where it
-      // was none and its distance may still serve.
-      const std::uint32_t last = lastDistance ? lastDistance : 1;
-      const int again = lastLength >= kCodedFrom && lastLength < kLongest ? lastLength - 1
-                                                                          : here.agree(at - last);
+      // The match of the position before goes on here one byte shorter;
+      // its bytes are compared again only where it was cut at 18.
+      const std::uint32_t last = lastDistance;
+      const int again = lastLength < kLongest ? std::max(lastLength - 1, 0) : here.agree(at - last);
       distance = again > best ? last : distance;
       best = std::max(best, again);
       if (best == kLongest) {

@@ -11,6 +11,10 @@
 #include <cstring>
 #include <memory>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "cheapest_parse.hpp"
 #include "longest_matches.hpp"
 #include "ring.hpp"
@@ -23,7 +27,7 @@ constexpr std::size_t kTail = 256;
 
 struct Scratch {
   std::uint8_t longest[kBlock];
-  std::uint8_t taken[kBlock];
+  std::uint8_t taken[kBlock + 16];  // and 16 that end a run of literals
   std::uint16_t distances[kBlock];
   Cost costs[kBlock + kCostPadding];
   // A block's units: a flag byte, then 8 units of 1 (literal) or 2 (match)
@@ -31,6 +35,21 @@ struct Scratch {
   // the block before.
   std::uint8_t units[kBlock + kBlock / 8 + 32];
 };
+
+// The first position from `from` on that the parse does not take as a
+// literal; `taken` ends with a length other than 1.
+std::size_t literalsFrom(const std::uint8_t* taken, std::size_t from) {
+#if defined(__SSE2__)
+  for (;; from += 16) {
+    const auto literals = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(
+        _mm_loadu_si128(reinterpret_cast<const __m128i*>(taken + from)), _mm_set1_epi8(1))));
+    if (literals != 0xFFFF) return from + static_cast<unsigned>(__builtin_ctz(~literals));
+  }
+#else
+  while (taken[from] == 1) ++from;
+  return from;
+#endif
+}
 
 }  // namespace
 
@@ -52,26 +71,38 @@ Bytes compress(ByteView input) {
     found = end;
     chooseCheapest(end - start, scratch->longest, scratch->taken, scratch->costs);
     const std::size_t keep = end == size ? size : end - kTail;
-    std::size_t i = start;
-    while (i < keep) {
+    const std::uint8_t* const taken = scratch->taken - start;  // by position
+    std::memset(scratch->taken + (end - start), 0, 16);
+    auto group = [&] {
       if (unit == 8) {
         flags = write++;
         *flags = 0;
         unit = 0;
       }
-      const std::size_t length = scratch->taken[i - start];
-      if (length == 1) {
-        *flags |= static_cast<std::uint8_t>(1u << unit);
-        *write++ = in[i];
-      } else {
-        // The ring slot the source went to; the first input byte went to
-        // kStart.
-        const auto slot = static_cast<std::uint32_t>(
-            (kStart + i - scratch->distances[i - start]) & (kRing - 1));
-        write[0] = static_cast<std::uint8_t>(slot);
-        write[1] = static_cast<std::uint8_t>(((slot >> 4) & 0xF0) | (length - kCodedFrom));
-        write += 2;
+    };
+    std::size_t i = start;
+    while (i < keep) {
+      // The literals up to the next match, group by group.
+      const std::size_t next = std::min(keep, literalsFrom(taken, i));
+      while (i < next) {
+        group();
+        const auto count = static_cast<unsigned>(std::min<std::size_t>(next - i, 8 - unit));
+        std::memcpy(write, in + i, 8);
+        *flags |= static_cast<std::uint8_t>(((1u << count) - 1) << unit);
+        write += count;
+        unit += count;
+        i += count;
       }
+      if (i == keep) break;
+      group();
+      // The ring slot the source went to; the first input byte went to
+      // kStart.
+      const std::size_t length = taken[i];
+      const auto slot = static_cast<std::uint32_t>(
+          (kStart + i - scratch->distances[i - start]) & (kRing - 1));
+      write[0] = static_cast<std::uint8_t>(slot);
+      write[1] = static_cast<std::uint8_t>(((slot >> 4) & 0xF0) | (length - kCodedFrom));
+      write += 2;
       ++unit;
       i += length;
     }

@@ -276,15 +276,21 @@ struct LongestMatches::Index {
     // With 12 bytes or more known at the distance before (most often near
     // the end of a stretch), only a whole 18 is worth the lookup.
     if (known >= kKnownEnough) return found();
-    std::uint32_t shared = kLongest;  // the least any gave
+    // With the slots far more than the keys in the window, a newest
+    // position that does not share the three bytes means the slot holds
+    // another key: most positions of a dithered raster stop at that, and
+    // only three of its bytes are compared.
+    std::uint32_t shared = 0;  // the least any gave
+    const std::uint32_t newestBack = backFrom(position, newest, 0);
+    constexpr std::uint32_t kFirstThree =
+        std::endian::native == std::endian::little ? 0x00FFFFFFu : 0xFFFFFF00u;
+    std::uint32_t here4, there4;
+    std::memcpy(&here4, at, sizeof here4);
+    std::memcpy(&there4, at - newestBack, sizeof there4);
+    if (newestBack - 1 < kCyclic - 1 && ((here4 ^ there4) & kFirstThree) == 0) {
+      shared = kLongest;
 #pragma GCC unroll 3
-    for (int k = 0; k < kWays; ++k) {
-      const std::uint32_t agreed = offer(backFrom(position, newest, k));
-      shared = std::min(shared, agreed);
-      // With the slots far more than the keys in the window, a newest
-      // position that does not share the three bytes means the slot holds
-      // another key: most positions of a dithered raster stop here.
-      if (k == 0 && agreed < kCodedFrom) break;
+      for (int k = 0; k < kWays; ++k) shared = std::min(shared, offer(backFrom(position, newest, k)));
     }
     // Crowded: all shared the three bytes and none went far, as in rows of
     // few distinct bytes, where the newest few of dozens are seldom the

@@ -87,7 +87,9 @@ Bytes compress(ByteView input) {
       while (i < next) {
         group();
         const auto count = static_cast<unsigned>(std::min<std::size_t>(next - i, 8 - unit));
-        std::memcpy(write, in + i, 8);
+        // Eight bytes go at once where the input has them; the units that
+        // follow write over the rest.
+        std::memcpy(write, in + i, size - i >= 8 ? 8 : count);
         *flags |= static_cast<std::uint8_t>(((1u << count) - 1) << unit);
         write += count;
         unit += count;

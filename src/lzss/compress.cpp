@@ -31,8 +31,8 @@ struct Scratch {
   std::uint16_t distances[kBlock];
   Cost costs[kBlock + kCostPadding];
   // A block's units: a flag byte, then 8 units of 1 (literal) or 2 (match)
-  // bytes, so at most 9 bytes for 8 input bytes; and a group left open by
-  // the block before.
+  // bytes, so at most 9 bytes for 8 input bytes; a group left open by the
+  // block before; and room for literals copied eight bytes at a time.
   std::uint8_t units[kBlock + kBlock / 8 + 32];
 };
 
@@ -71,7 +71,6 @@ Bytes compress(ByteView input) {
     found = end;
     chooseCheapest(end - start, scratch->longest, scratch->taken, scratch->costs);
     const std::size_t keep = end == size ? size : end - kTail;
-    const std::uint8_t* const taken = scratch->taken - start;  // by position
     std::memset(scratch->taken + (end - start), 0, 16);
     auto group = [&] {
       if (unit == 8) {
@@ -83,7 +82,7 @@ Bytes compress(ByteView input) {
     std::size_t i = start;
     while (i < keep) {
       // The literals up to the next match, group by group.
-      const std::size_t next = std::min(keep, literalsFrom(taken, i));
+      const std::size_t next = std::min(keep, start + literalsFrom(scratch->taken, i - start));
       while (i < next) {
         group();
         const auto count = static_cast<unsigned>(std::min<std::size_t>(next - i, 8 - unit));
@@ -99,7 +98,7 @@ Bytes compress(ByteView input) {
       group();
       // The ring slot the source went to; the first input byte went to
       // kStart.
-      const std::size_t length = taken[i];
+      const std::size_t length = scratch->taken[i - start];
       const auto slot = static_cast<std::uint32_t>(
           (kStart + i - scratch->distances[i - start]) & (kRing - 1));
       write[0] = static_cast<std::uint8_t>(slot);

@@ -28,6 +28,7 @@ inline constexpr Cost kNoEnd = 0x7FFF;  // dearer than any end
 // Room the costs need beyond a stretch of `size`: the ends a match of 18
 // may be compared with.
 inline constexpr std::size_t kCostPadding = kLongest + 1;
+inline constexpr int kLiteralBits = 9, kMatchBits = 17;  // with their flag
 
 namespace parse {
 
@@ -88,7 +89,6 @@ inline std::pair<int, int> cheapestEnd(const Cost* ahead, std::size_t reach) {
 // for each of its positions. 16 positions below it may be written.
 inline std::size_t literalsDown(const std::uint8_t* longest, std::uint8_t* taken, Cost* cost,
                                 std::size_t first, int& last) {
-  constexpr int kLiteralBits = 9;
 #if defined(__SSE2__)
   const __m128i climb = _mm_setr_epi16(8 * kLiteralBits, 7 * kLiteralBits, 6 * kLiteralBits,
                                        5 * kLiteralBits, 4 * kLiteralBits, 3 * kLiteralBits,
@@ -125,7 +125,6 @@ inline std::size_t literalsDown(const std::uint8_t* longest, std::uint8_t* taken
 // remainder comes last. `cost` has room for size + kCostPadding.
 inline void chooseCheapest(std::size_t size, const std::uint8_t* longest, std::uint8_t* taken,
                            Cost* cost) {
-  constexpr int kLiteralBits = 9, kMatchBits = 17;
   cost[size] = -32768;
   std::fill(cost + size + 1, cost + size + kCostPadding, kNoEnd);
   // How many positions from here on have 18-byte matches. Deep in such a

@@ -428,9 +428,9 @@ void LongestMatches::find(std::size_t from, std::size_t to, std::uint8_t* length
       }
       // The match of the position before goes on here one byte shorter;
       // its bytes are compared again only where it was cut at 18.
-      const std::uint32_t last = lastDistance;
-      const int again = lastLength < kLongest ? std::max(lastLength - 1, 0) : here.agree(at - last);
-      distance = again > best ? last : distance;
+      const int again =
+          lastLength < kLongest ? std::max(lastLength - 1, 0) : here.agree(at - lastDistance);
+      distance = again > best ? lastDistance : distance;
       best = std::max(best, again);
       if (best == kLongest) {
         stretchEnd = repeatEnd(in, size, i + kLongest, distance);

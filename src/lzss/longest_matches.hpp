@@ -34,7 +34,7 @@ class LongestMatches {
   std::uint32_t stretchDistance_ = 0;
   std::size_t misses_ = 0;  // positions since the last match
   bool noisy_ = false;      // the last call found no match at many positions
-  // The match of the position before, whose distance is tried first.
+  // The match of the position before, which goes on here one byte shorter.
   int lastLength_ = 0;
   std::uint32_t lastDistance_ = 0;
 };

@@ -5,7 +5,9 @@
 // its position. At a position with a match the cheapest end in reach is
 // the least of up to sixteen costs ahead, taken side by side in two vector
 // registers: with no branch on the costs, which in dithered rows are too
-// irregular for prediction.
+// irregular for prediction. The costs ahead stay in those registers from
+// position to position, as reading back those just written would wait for
+// the stores.
 
 #include <algorithm>
 #include <cstddef>
@@ -49,17 +51,32 @@ struct EndsInReach {
 };
 inline constexpr EndsInReach kEndsInReach{};
 
-// The cheapest of the ends 3 to `reach` (3 or more) on from `ahead`, and
-// its length; of equally cheap ends the farthest.
-inline std::pair<int, int> cheapestEnd(const Cost* ahead, std::size_t reach) {
 #if defined(__SSE2__)
+// The costs of the ends 1 to 18 on from a position, in registers as the
+// parse walks back: `near` and `far` hold the ends 3 to 18.
+struct Ahead {
+  Ahead(const Cost* cost, std::size_t at)
+      : near(_mm_loadu_si128(reinterpret_cast<const __m128i*>(cost + at + kCodedFrom))),
+        far(_mm_loadu_si128(reinterpret_cast<const __m128i*>(cost + at + kCodedFrom + 8))),
+        first(cost[at + 1]), second(cost[at + 2]) {}
+  // One position back, whose next end costs `now`.
+  void back(int now) {
+    far = _mm_or_si128(_mm_slli_si128(far, 2), _mm_srli_si128(near, 14));
+    near = _mm_insert_epi16(_mm_slli_si128(near, 2), second, 0);
+    second = first;
+    first = now;
+  }
+  __m128i near, far;
+  int first, second;
+};
+
+// The cheapest of the ends 3 to `reach` (3 or more) in `ahead`, and its
+// length; of equally cheap ends the farthest.
+inline std::pair<int, int> cheapestEnd(const Ahead& ahead, std::size_t reach) {
   const auto* in = reinterpret_cast<const __m128i*>(kEndsInReach.in[reach]);
   const auto* out = reinterpret_cast<const __m128i*>(kEndsInReach.out[reach]);
-  const auto load = [&](int k) {
-    const __m128i costs = _mm_loadu_si128(reinterpret_cast<const __m128i*>(ahead + kCodedFrom + 8 * k));
-    return _mm_or_si128(_mm_and_si128(costs, in[k]), out[k]);
-  };
-  const __m128i near = load(0), far = load(1);
+  const __m128i near = _mm_or_si128(_mm_and_si128(ahead.near, in[0]), out[0]);
+  const __m128i far = _mm_or_si128(_mm_and_si128(ahead.far, in[1]), out[1]);
   __m128i least = _mm_min_epi16(near, far);
   least = _mm_min_epi16(least, _mm_srli_si128(least, 8));
   least = _mm_min_epi16(least, _mm_srli_si128(least, 4));
@@ -70,17 +87,25 @@ inline std::pair<int, int> cheapestEnd(const Cost* ahead, std::size_t reach) {
   const auto ends = static_cast<unsigned>(_mm_movemask_epi8(
       _mm_packs_epi16(_mm_cmpeq_epi16(near, everywhere), _mm_cmpeq_epi16(far, everywhere))));
   return {cheapest, 31 - __builtin_clz(ends) + kCodedFrom};
+}
 #else
+struct Ahead {
+  Ahead(const Cost* cost, std::size_t at) : ends(cost + at), first(cost[at + 1]) {}
+  void back(int now) { --ends; first = now; }
+  const Cost* ends;
+  int first;
+};
+inline std::pair<int, int> cheapestEnd(const Ahead& ahead, std::size_t reach) {
   int cheapest = kNoEnd, length = 0;
   for (int end = kCodedFrom; end <= static_cast<int>(reach); ++end) {
-    if (ahead[end] <= cheapest) {
-      cheapest = ahead[end];
+    if (ahead.ends[end] <= cheapest) {
+      cheapest = ahead.ends[end];
       length = end;
     }
   }
   return {cheapest, length};
-#endif
 }
+#endif
 
 // The positions down from `first` without a match, each a literal: their
 // costs climb by `kLiteralBits` from `last`, the cost at `first`. Returns
@@ -125,16 +150,18 @@ inline std::size_t literalsDown(const std::uint8_t* longest, std::uint8_t* taken
 // remainder comes last. `cost` has room for size + kCostPadding.
 inline void chooseCheapest(std::size_t size, const std::uint8_t* longest, std::uint8_t* taken,
                            Cost* cost) {
+  if (size == 0) return;
   cost[size] = -32768;
   std::fill(cost + size + 1, cost + size + kCostPadding, kNoEnd);
-  // How many positions from here on have 18-byte matches. Deep in such a
-  // run, 36 or more bytes before its end, taking 18 at a time is the
-  // cheapest.
+  // How many positions from here on have 18-byte matches. With 22 or more,
+  // a match of 18 is the cheapest choice here: whatever a parse does over
+  // the next 21 positions, a match of 18 and then one or two more reach the
+  // same place for no more bits.
   std::size_t full = 0;
-  int after = cost[size];  // the cost one position on, kept out of memory
+  parse::Ahead ahead(cost, size - 1);
   for (std::size_t i = size; i-- > 0;) {
     full = longest[i] == kLongest ? full + 1 : 0;
-    if (full > 2 * kLongest) {
+    if (full > kLongest + 3) {
       // The rest of the run down to its first position at once. Only its
       // first 18 positions' costs can be asked for, by positions before it:
       // each is that of a position 18 k on, past the rest, and 17 k more.
@@ -150,26 +177,28 @@ inline void chooseCheapest(std::size_t size, const std::uint8_t* longest, std::u
         const std::size_t steps = (i - at) / kLongest + 1;
         cost[at] = static_cast<Cost>(cost[at + steps * kLongest] + static_cast<int>(steps) * kMatchBits);
       }
-      after = cost[first];
       i = first;
+      if (i > 0) ahead = parse::Ahead(cost, i - 1);
       continue;
     }
-    const int literal = after + kLiteralBits;
+    const int literal = ahead.first + kLiteralBits;
     const std::size_t reach = std::min<std::size_t>(longest[i], size - i);
     if (reach < kCodedFrom) [[likely]] {
       cost[i] = static_cast<Cost>(literal);
       taken[i] = 1;
-      after = literal;
-      i = parse::literalsDown(longest, taken, cost, i, after);
+      int last = literal;
+      i = parse::literalsDown(longest, taken, cost, i, last);
+      if (i > 0) ahead = parse::Ahead(cost, i - 1);
       full = 0;
       continue;
     }
-    const auto [cheapest, length] = parse::cheapestEnd(cost + i, reach);
+    const auto [cheapest, length] = parse::cheapestEnd(ahead, reach);
     const int match = cheapest + kMatchBits;
     const bool matches = match <= literal;
-    after = matches ? match : literal;
-    cost[i] = static_cast<Cost>(after);
+    const int now = matches ? match : literal;
+    cost[i] = static_cast<Cost>(now);
     taken[i] = static_cast<std::uint8_t>(matches ? length : 1);
+    ahead.back(now);
   }
 }
 

@@ -12,6 +12,7 @@
 #include <orvante/lzss.h>
 #include <orvante/lzss.hpp>
 
+#include "lzss/cheapest_parse.hpp"
 #include "raster/dither.hpp"
 #include "rings_photo.hpp"
 #include "strict_lzss.hpp"
@@ -245,6 +246,37 @@ TEST(LzssCompress, RoundTripsWithoutReadingTheRingsFill) {
   // The classic encoder's spaces come from the fill, which this decoder
   // refuses.
   EXPECT_NE(orvante::testing::strictDecode(lzss::encode(Bytes(40, ' ')), 40).fault, "");
+}
+
+// The parse's bits equal those of the plain shortest path, also where it
+// takes a run of 18-byte matches at once: runs of about 21 positions
+// followed by positions without a match are where a shortcut would lose.
+TEST(LzssCompress, TheParseTakesTheFewestBits) {
+  std::mt19937 rng(18);
+  constexpr std::size_t kSize = 200;
+  for (int trial = 0; trial < 2000; ++trial) {
+    std::uint8_t longest[kSize], taken[kSize];
+    lzss::Cost cost[kSize + lzss::kCostPadding];
+    for (std::size_t i = 0; i < kSize;) {
+      const bool full = rng() % 2;
+      const std::size_t run = full ? 19 + rng() % 5 : 1 + rng() % 20;
+      const std::size_t length = full ? 18 : (rng() % 4 ? 0 : 3 + rng() % 16);
+      for (std::size_t k = 0; k < run && i < kSize; ++k, ++i) {
+        longest[i] = static_cast<std::uint8_t>(std::min(length, kSize - i));
+      }
+    }
+    lzss::chooseCheapest(kSize, longest, taken, cost);
+    std::vector<int> fewest(kSize + 19, 1 << 20);
+    fewest[kSize] = 0;
+    for (std::size_t i = kSize; i-- > 0;) {
+      fewest[i] = 9 + fewest[i + 1];
+      for (int l = 3; l <= longest[i]; ++l) fewest[i] = std::min(fewest[i], 17 + fewest[i + l]);
+    }
+    int bits = 0;
+    for (std::size_t i = 0; i < kSize; i += taken[i]) bits += taken[i] == 1 ? 9 : 17;
+    ASSERT_EQ(bits, fewest[0]) << trial;
+    ASSERT_EQ(cost[0] + 32768, fewest[0]) << trial;
+  }
 }
 
 // On rasters the parse with the fewest bits never does worse than the

@@ -275,7 +275,7 @@ struct LongestMatches::Index {
     }
     // With 12 bytes or more known at the distance before (most often near
     // the end of a stretch), only a whole 18 is worth the lookup.
-    if (known >= kKnownEnough) return found();
+    if (known >= kKnownEnough) [[unlikely]] return found();
     // With the slots far more than the keys in the window, a newest
     // position that does not share the three bytes means the slot holds
     // another key: most positions of a dithered raster stop at that, and
@@ -385,7 +385,7 @@ void LongestMatches::find(std::size_t from, std::size_t to, std::uint8_t* length
   std::uint32_t keyed[2] = {};
   std::size_t keyedFor[2] = {~std::size_t{0}, ~std::size_t{0}};
   while (i < to) {
-    if (misses > kPatience) {
+    if (misses > kPatience) [[unlikely]] {
       // Incompressible so far: positions are searched ever more sparsely,
       // the others go into no slot, until a match is met again.
       const std::size_t step = std::min(kSparsest, (misses - kPatience) / 32 + 1);
@@ -397,7 +397,7 @@ void LongestMatches::find(std::size_t from, std::size_t to, std::uint8_t* length
       i = stop;
       if (i == to) break;
     }
-    if (i + kLongest <= stretchEnd) {
+    if (i + kLongest <= stretchEnd) [[unlikely]] {
       const std::size_t stop = std::min(to, stretchEnd - kLongest + 1);
       index.linkStretch(in, size, i, stop);
       if (stretchDistance == 1) index.runStarts(in[i], kLongest, static_cast<std::uint32_t>(stop - 1));
@@ -412,13 +412,13 @@ void LongestMatches::find(std::size_t from, std::size_t to, std::uint8_t* length
     const auto position = static_cast<std::uint32_t>(i);
     int best = 0;
     std::uint32_t distance = 0;
-    if (i > 0 && size - i >= 32) {
+    if (i > 0 && size - i >= 32) [[likely]] {
       const std::uint8_t* at = in + i;
       const Eighteen here(at);
       const int run = runAt(at, kLongest, true);
       best = in[i - 1] == at[0] ? run : 0;  // the run, from the byte before
       distance = 1;
-      if (best == 0 && run >= kCodedFrom) {
+      if (best == 0 && run >= kCodedFrom) [[unlikely]] {
         const std::uint32_t source = index.runSource(at[0], run, position);
         if (source != position) {
           best = here.agree(in + source);
@@ -432,7 +432,7 @@ void LongestMatches::find(std::size_t from, std::size_t to, std::uint8_t* length
           lastLength < kLongest ? std::max(lastLength - 1, 0) : here.agree(at - lastDistance);
       distance = again > best ? lastDistance : distance;
       best = std::max(best, again);
-      if (best == kLongest) {
+      if (best == kLongest) [[unlikely]] {
         stretchEnd = repeatEnd(in, size, i + kLongest, distance);
         stretchDistance = distance;
         continue;

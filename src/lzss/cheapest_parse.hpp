@@ -109,11 +109,11 @@ inline std::pair<int, int> cheapestEnd(const Ahead& ahead, std::size_t reach) {
 
 // The positions down from `first` without a match, each a literal: their
 // costs climb by `kLiteralBits` from `last`, the cost at `first`. Returns
-// the lowest of them and leaves its cost in `last`. Dithered rows are runs
-// of literals between short matches: a run goes at once, with no branch
-// for each of its positions. 16 positions below it may be written.
+// the lowest of them. Dithered rows are runs of literals between short
+// matches: a run goes at once, with no branch for each of its positions.
+// 16 positions below it may be written.
 inline std::size_t literalsDown(const std::uint8_t* longest, std::uint8_t* taken, Cost* cost,
-                                std::size_t first, int& last) {
+                                std::size_t first, int last) {
 #if defined(__SSE2__)
   const __m128i climb = _mm_setr_epi16(8 * kLiteralBits, 7 * kLiteralBits, 6 * kLiteralBits,
                                        5 * kLiteralBits, 4 * kLiteralBits, 3 * kLiteralBits,
@@ -186,8 +186,7 @@ inline void chooseCheapest(std::size_t size, const std::uint8_t* longest, std::u
     if (reach < kCodedFrom) [[likely]] {
       cost[i] = static_cast<Cost>(literal);
       taken[i] = 1;
-      int last = literal;
-      i = parse::literalsDown(longest, taken, cost, i, last);
+      i = parse::literalsDown(longest, taken, cost, i, literal);
       if (i > 0) ahead = parse::Ahead(cost, i - 1);
       full = 0;
       continue;

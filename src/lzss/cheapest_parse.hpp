@@ -34,6 +34,7 @@ inline constexpr int kLiteralBits = 9, kMatchBits = 17;  // with their flag
 
 namespace parse {
 
+#if defined(__SSE2__)
 // For each reach from 0 to 18: which of the sixteen ends from 3 to 18 on
 // are in it (all bits set), and what those out of it read as.
 struct EndsInReach {
@@ -51,7 +52,6 @@ struct EndsInReach {
 };
 inline constexpr EndsInReach kEndsInReach{};
 
-#if defined(__SSE2__)
 // The costs of the ends 1 to 18 on from a position, in registers as the
 // parse walks back: `near` and `far` hold the ends 3 to 18.
 struct Ahead {

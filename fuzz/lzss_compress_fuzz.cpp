@@ -3,7 +3,8 @@
 // earlier output bytes wrote, as a printer whose ring starts with other
 // bytes than spaces would read it. Each input also goes through a second
 // time tiled into a longer one, copies a byte apart, so repeats meet the
-// ring's size, its wrap and the compressor's blocks.
+// ring's size, its wrap, the compressor's blocks and, from 96 KiB on, the
+// seams of the parts it compresses side by side.
 
 #include <algorithm>
 #include <cstddef>
@@ -30,9 +31,9 @@ void check(orvante::ByteView input) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   check({data, size});
   if (size < 2) return 0;
-  // The first byte tells how many copies (up to 16) and how long a run of
+  // The first byte tells how many copies (up to 64) and how long a run of
   // its own value leads them.
-  const std::size_t copies = 1 + data[0] % 16, run = data[0] * 32u;
+  const std::size_t copies = 1 + data[0] % 64, run = data[0] * 32u;
   orvante::Bytes tiled(run, data[1]);
   for (std::size_t copy = 0; copy < copies; ++copy) {
     tiled.insert(tiled.end(), data + 1, data + size);

@@ -17,8 +17,12 @@ Bytes encode(ByteView input);
 // and the fewest bytes; its matches copy only bytes of the input itself,
 // never the ring's initial fill. On label rasters it is smaller than
 // `encode`'s; on some dithered photos it may be larger by up to 0.4 %, as
-// its search is not exhaustive. Safe to call from any thread; each calling
-// thread keeps about 620 KB of match tables for its next call.
+// its search is not exhaustive. Inputs of 96 KiB and more are cut in parts
+// that idle cores compress side by side (one calling thread at a time has
+// them; others work alone); the stream depends on the input alone. Safe to
+// call from any thread, and after a fork; each calling thread, and each of
+// the helper threads started at the first large input, keeps about 620 KB
+// of match tables for its next call.
 Bytes compress(ByteView input);
 
 // A stream that is truncated, refers to ring positions nothing has filled,

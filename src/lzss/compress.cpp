@@ -8,14 +8,17 @@
 #include <orvante/lzss.hpp>
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 #include <memory>
+#include <vector>
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
 #endif
 
 #include "cheapest_parse.hpp"
+#include "helper_threads.hpp"
 #include "longest_matches.hpp"
 #include "ring.hpp"
 
@@ -24,6 +27,17 @@ namespace {
 
 constexpr std::size_t kBlock = 4 << 10;
 constexpr std::size_t kTail = 256;
+
+// Inputs of twice this or more are cut into parts of at least this many
+// bytes, a power of two of them, at most kMostParts, which are compressed
+// side by side. The cut depends on the size alone, so the stream is the
+// same whatever the cores.
+constexpr std::size_t kPartAtLeast = 48 << 10;
+constexpr std::size_t kMostParts = 8;
+
+std::size_t partsFor(std::size_t size) {
+  return std::min(kMostParts, std::bit_floor(std::max<std::size_t>(1, size / kPartAtLeast)));
+}
 
 struct Scratch {
   std::uint8_t longest[kBlock];
@@ -51,20 +65,31 @@ std::size_t literalsFrom(const std::uint8_t* taken, std::size_t from) {
 #endif
 }
 
-}  // namespace
+// The stream of a part of the input, from `from` to the end of `input`,
+// which stops where the part ends: matches stay within the part, and the
+// window before it is put in the finder's tables first. It opens groups of
+// its own; the last holds `units` units.
+struct Part {
+  Bytes stream;
+  std::size_t lastFlags = 0;  // where the last group starts
+  unsigned units = 8;
+};
 
-Bytes compress(ByteView input) {
+Part compressPart(ByteView input, std::size_t from) {
   const std::size_t size = input.size();
   const std::uint8_t* in = input.data();
   auto scratch = std::make_unique_for_overwrite<Scratch>();
   LongestMatches finder(input);
-  Bytes out;
+  Part part;
+  Bytes& out = part.stream;
+  const std::size_t window = std::min<std::size_t>(from, kRing - 1);
+  finder.find(from - window, from, scratch->longest, scratch->distances);
 
   std::uint8_t* write = scratch->units;
   std::uint8_t* flags = nullptr;
   unsigned unit = 8;  // units in the current group
   // Matches are known for [start, found); the block parses [start, end).
-  std::size_t start = 0, found = 0;
+  std::size_t start = from, found = from;
   while (start < size) {
     const std::size_t end = std::min(size, start + kBlock);
     finder.find(found, end, &scratch->longest[found - start], &scratch->distances[found - start]);
@@ -110,11 +135,13 @@ Bytes compress(ByteView input) {
     // Whole groups go out; an open one waits at the front for the next
     // block's units. The tail's matches serve the next block.
     std::uint8_t* const done = i == size || unit == 8 ? write : flags;
-    if (start == 0) {
+    if (start == from) {
       // Room for the rest at the first block's rate and a quarter more.
-      const double rate = static_cast<double>(done - scratch->units) / static_cast<double>(i);
+      const double rate =
+          static_cast<double>(done - scratch->units) / static_cast<double>(i - from);
       out.reserve(static_cast<std::size_t>(rate * 1.25 * static_cast<double>(size)) + 64);
     }
+    if (flags) part.lastFlags = out.size() + static_cast<std::size_t>(flags - scratch->units);
     out.insert(out.end(), scratch->units, done);
     const auto open = static_cast<std::size_t>(write - done);
     std::memmove(scratch->units, done, open);
@@ -125,6 +152,75 @@ Bytes compress(ByteView input) {
                  (end - i) * sizeof scratch->distances[0]);
     start = i;
   }
+  part.units = unit;
+  return part;
+}
+
+// A part's stream appended to `out` after a last group of `units` units,
+// which the part's first units fill: each of the part's groups goes out cut
+// in two at the same unit, its first units closing the open group and the
+// rest opening the next. Returns where the output ends.
+std::uint8_t* append(std::uint8_t* out, std::uint8_t*& lastFlags, unsigned& units,
+                     const Part& part) {
+  const std::uint8_t* at = part.stream.data();
+  const std::uint8_t* const end = at + part.stream.size();
+  if (units == 8) {
+    std::memcpy(out, at, part.stream.size());
+    lastFlags = out + part.lastFlags;
+    units = part.units;
+    return out + part.stream.size();
+  }
+  const unsigned first = 8 - units;
+  while (at < end) {
+    const unsigned literals = *at++;
+    // The bytes of units `from` to `to` of the group: 2 for a match, 1 for
+    // a literal.
+    auto bytesOf = [&](unsigned from, unsigned to) {
+      const unsigned mask = (1u << to) - (1u << from);
+      return 2 * (to - from) - static_cast<unsigned>(std::popcount(literals & mask));
+    };
+    // Only the last group may hold fewer than 8.
+    const unsigned count = at + bytesOf(0, part.units) == end ? part.units : 8;
+    const unsigned closing = std::min(first, count);
+    *lastFlags |= static_cast<std::uint8_t>((literals & ((1u << closing) - 1)) << units);
+    const unsigned head = bytesOf(0, closing);
+    std::memcpy(out, at, head);
+    out += head;
+    at += head;
+    if (count == closing) {
+      units += count;
+      continue;
+    }
+    lastFlags = out++;
+    *lastFlags = static_cast<std::uint8_t>(literals >> closing);
+    const unsigned rest = bytesOf(closing, count);
+    std::memcpy(out, at, rest);
+    out += rest;
+    at += rest;
+    units = count - closing;
+  }
+  return out;
+}
+
+}  // namespace
+
+Bytes compress(ByteView input) {
+  const std::size_t parts = partsFor(input.size());
+  if (parts == 1) return compressPart(input, 0).stream;
+  std::vector<Part> done(parts);
+  const std::size_t each = input.size() / parts;
+  runSideBySide(parts, [&](std::size_t k) {
+    done[k] = compressPart(input.first(k + 1 == parts ? input.size() : (k + 1) * each), k * each);
+  });
+  // Regrouping never adds a group.
+  std::size_t total = 0;
+  for (const Part& part : done) total += part.stream.size();
+  Bytes out(total);
+  std::uint8_t* write = out.data();
+  std::uint8_t* lastFlags = nullptr;
+  unsigned units = 8;
+  for (const Part& part : done) write = append(write, lastFlags, units, part);
+  out.resize(static_cast<std::size_t>(write - out.data()));
   return out;
 }
 

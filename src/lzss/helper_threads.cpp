@@ -1,0 +1,123 @@
+#include "helper_threads.hpp"
+
+#include <sched.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <exception>
+#include <mutex>
+#include <thread>
+#include <utility>
+
+namespace orvante::lzss {
+namespace {
+
+constexpr unsigned kMostHelpers = 7;
+constexpr std::chrono::microseconds kAwake{200};
+
+// The cores this process may run on.
+unsigned coresAllowed() {
+  cpu_set_t set;
+  if (sched_getaffinity(0, sizeof set, &set) != 0) return std::thread::hardware_concurrency();
+  return static_cast<unsigned>(CPU_COUNT(&set));
+}
+
+class Helpers {
+ public:
+  // The process's helpers, none on a single core. Never destroyed: they
+  // wait for work until the process ends.
+  static Helpers* get() {
+    static Helpers* const helpers = [] {
+      const unsigned cores = std::min(kMostHelpers + 1, coresAllowed());
+      return cores > 1 ? new Helpers(cores - 1) : nullptr;
+    }();
+    return helpers;
+  }
+
+  // False where the helpers serve another caller, or belong to the parent
+  // of this process (a fork keeps only the thread that called it).
+  bool run(std::size_t count, const std::function<void(std::size_t)>& work) {
+    if (getpid() != owner_ || busy_.test_and_set(std::memory_order_acquire)) return false;
+    {
+      const std::lock_guard lock(mutex_);
+      work_ = &work;
+      count_ = count;
+      next_.store(0, std::memory_order_relaxed);
+      ++round_;
+    }
+    wake_.notify_all();
+    take(work, count);
+    // A part a helper still runs ends soon: waiting for it awake spares
+    // the wake-up of an idle core, which can take longer than a part.
+    const auto until = std::chrono::steady_clock::now() + kAwake;
+    while (inside_.load(std::memory_order_acquire) != 0 && std::chrono::steady_clock::now() < until) {
+    }
+    std::exception_ptr failure;
+    {
+      std::unique_lock lock(mutex_);
+      finished_.wait(lock, [&] { return inside_ == 0; });
+      work_ = nullptr;
+      failure = std::exchange(failure_, nullptr);
+    }
+    busy_.clear(std::memory_order_release);
+    if (failure) std::rethrow_exception(failure);
+    return true;
+  }
+
+ private:
+  explicit Helpers(unsigned count) : owner_(getpid()) {
+    for (unsigned k = 0; k < count; ++k) std::thread([this] { serve(); }).detach();
+  }
+
+  // Runs parts until none is left; keeps the first exception.
+  void take(const std::function<void(std::size_t)>& work, std::size_t count) {
+    for (std::size_t k; (k = next_.fetch_add(1, std::memory_order_relaxed)) < count;) {
+      try {
+        work(k);
+      } catch (...) {
+        const std::lock_guard lock(mutex_);
+        if (!failure_) failure_ = std::current_exception();
+      }
+    }
+  }
+
+  void serve() {
+    std::uint64_t seen = 0;
+    std::unique_lock lock(mutex_);
+    for (;;) {
+      wake_.wait(lock, [&] { return work_ && round_ != seen; });
+      seen = round_;
+      ++inside_;
+      const auto* work = work_;
+      const std::size_t count = count_;
+      lock.unlock();
+      take(*work, count);
+      lock.lock();
+      if (--inside_ == 0) finished_.notify_all();
+    }
+  }
+
+  const pid_t owner_;
+  std::atomic_flag busy_;
+  std::mutex mutex_;
+  std::condition_variable wake_, finished_;
+  const std::function<void(std::size_t)>* work_ = nullptr;
+  std::size_t count_ = 0;
+  std::uint64_t round_ = 0;
+  std::atomic<unsigned> inside_{0};  // helpers taking parts of this round, changed under `mutex_`
+  std::exception_ptr failure_;
+  std::atomic<std::size_t> next_{0};
+};
+
+}  // namespace
+
+void runSideBySide(std::size_t count, const std::function<void(std::size_t)>& work) {
+  Helpers* const helpers = count > 1 ? Helpers::get() : nullptr;
+  if (helpers && helpers->run(count, work)) return;
+  for (std::size_t k = 0; k < count; ++k) work(k);
+}
+
+}  // namespace orvante::lzss

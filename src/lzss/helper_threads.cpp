@@ -6,9 +6,11 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <condition_variable>
 #include <exception>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <utility>
 
@@ -45,11 +47,11 @@ class Helpers {
       const std::lock_guard lock(mutex_);
       work_ = &work;
       count_ = count;
-      next_.store(0, std::memory_order_relaxed);
+      taken_.store(0, std::memory_order_relaxed);
       ++round_;
     }
     wake_.notify_all();
-    take(work, count);
+    take(work, count, false);
     // A part a helper still runs ends soon: waiting for it awake spares
     // the wake-up of an idle core, which can take longer than a part.
     const auto until = std::chrono::steady_clock::now() + kAwake;
@@ -72,11 +74,25 @@ class Helpers {
     for (unsigned k = 0; k < count; ++k) std::thread([this] { serve(); }).detach();
   }
 
+  // The next part not taken yet: the caller takes them from the first on,
+  // at once, and the helpers, which wake later, from the last back; each
+  // side keeps neighbouring parts, and they meet where the work balances.
+  std::optional<std::size_t> next(std::size_t count, bool fromLast) {
+    std::uint64_t taken = taken_.load(std::memory_order_relaxed);
+    for (;;) {
+      const std::uint64_t front = taken & 0xFFFFFFFFu, back = taken >> 32;
+      if (front + back >= count) return std::nullopt;
+      const std::uint64_t more = fromLast ? taken + (std::uint64_t{1} << 32) : taken + 1;
+      if (taken_.compare_exchange_weak(taken, more, std::memory_order_relaxed))
+        return fromLast ? count - 1 - back : front;
+    }
+  }
+
   // Runs parts until none is left; keeps the first exception.
-  void take(const std::function<void(std::size_t)>& work, std::size_t count) {
-    for (std::size_t k; (k = next_.fetch_add(1, std::memory_order_relaxed)) < count;) {
+  void take(const std::function<void(std::size_t)>& work, std::size_t count, bool fromLast) {
+    while (const auto k = next(count, fromLast)) {
       try {
-        work(k);
+        work(*k);
       } catch (...) {
         const std::lock_guard lock(mutex_);
         if (!failure_) failure_ = std::current_exception();
@@ -94,7 +110,7 @@ class Helpers {
       const auto* work = work_;
       const std::size_t count = count_;
       lock.unlock();
-      take(*work, count);
+      take(*work, count, true);
       lock.lock();
       if (--inside_ == 0) finished_.notify_all();
     }
@@ -109,7 +125,8 @@ class Helpers {
   std::uint64_t round_ = 0;
   std::atomic<unsigned> inside_{0};  // helpers taking parts of this round, changed under `mutex_`
   std::exception_ptr failure_;
-  std::atomic<std::size_t> next_{0};
+  // The parts taken from the first on (low half) and from the last back.
+  std::atomic<std::uint64_t> taken_{0};
 };
 
 }  // namespace

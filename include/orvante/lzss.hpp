@@ -19,7 +19,8 @@ Bytes encode(ByteView input);
 // `encode`'s; on some dithered photos it may be larger by up to 0.4 %, as
 // its search is not exhaustive. Inputs of 96 KiB and more are cut in parts
 // that idle cores compress side by side (one calling thread at a time has
-// them; others work alone); the stream depends on the input alone. Safe to
+// them; others work alone); the stream depends on the input alone, and
+// each seam between parts may cost a unit (2 or 3 bytes). Safe to
 // call from any thread, and after a fork; each calling thread, and each of
 // the helper threads started at the first large input, keeps about 620 KB
 // of match tables for its next call.

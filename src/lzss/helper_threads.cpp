@@ -11,6 +11,7 @@
 #include <exception>
 #include <mutex>
 #include <optional>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -70,8 +71,13 @@ class Helpers {
   }
 
  private:
+  // As many helpers as the system lets start, up to `count`; with none,
+  // callers take every part themselves.
   explicit Helpers(unsigned count) : owner_(getpid()) {
-    for (unsigned k = 0; k < count; ++k) std::thread([this] { serve(); }).detach();
+    try {
+      for (unsigned k = 0; k < count; ++k) std::thread([this] { serve(); }).detach();
+    } catch (const std::system_error&) {
+    }
   }
 
   // The next part not taken yet: the caller takes them from the first on,

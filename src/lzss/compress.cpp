@@ -66,16 +66,16 @@ std::size_t literalsFrom(const std::uint8_t* taken, std::size_t from) {
 #endif
 }
 
-// The stream of a part of the input, from `from` to the end of `input`,
-// which stops where the part ends: matches stay within the part, and the
-// window before it is put in the finder's tables first. It opens groups of
-// its own; the last holds `units` units.
+// A part's stream, in groups of its own; the last holds `units` units.
 struct Part {
   Bytes stream;
   std::size_t lastFlags = 0;  // where the last group starts
   unsigned units = 8;
 };
 
+// The stream of the input from `from` to the end of `input`, which is cut
+// where the part ends, so matches stay within it; the window before `from`
+// goes in the finder's tables first.
 Part compressPart(ByteView input, std::size_t from) {
   const std::size_t size = input.size();
   const std::uint8_t* in = input.data();
@@ -137,10 +137,10 @@ Part compressPart(ByteView input, std::size_t from) {
     // block's units. The tail's matches serve the next block.
     std::uint8_t* const done = i == size || unit == 8 ? write : flags;
     if (start == from) {
-      // Room for the rest at the first block's rate and a quarter more.
+      // Room for the part at the first block's rate and a quarter more.
       const double rate =
           static_cast<double>(done - scratch->units) / static_cast<double>(i - from);
-      out.reserve(static_cast<std::size_t>(rate * 1.25 * static_cast<double>(size)) + 64);
+      out.reserve(static_cast<std::size_t>(rate * 1.25 * static_cast<double>(size - from)) + 64);
     }
     if (flags) part.lastFlags = out.size() + static_cast<std::size_t>(flags - scratch->units);
     out.insert(out.end(), scratch->units, done);
